@@ -11,6 +11,7 @@
 
 #include <QAction>
 #include <QDebug>
+#include <QLineEdit>
 #include <QTextEdit>
 
 using namespace HVUI::Constants;
