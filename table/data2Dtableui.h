@@ -61,6 +61,9 @@ public:
     // False when the user canceled the fill.
     bool updateTable(ArrayData2DTableResponse response);
     void dumpTable();
+    // How many elements pass between two updates of the progress dialog
+    // while a response of `count` elements is laid in.
+    static int progressStep(int count);
 
 signals:
     void data2DTableError(const QString& error);
