@@ -2,6 +2,7 @@
 // to the host.
 #include "plugin/arraylens.h"
 #include "plugin/arraylensconstants.h"
+#include "plugin/arraylenstoolbarcontributionfactory.h"
 #include "plugin/arraylensview.h"
 #include "plugin/halvanehelp.h"
 #include "support/fakehost.h"
