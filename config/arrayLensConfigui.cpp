@@ -23,6 +23,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLayout>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -203,6 +204,10 @@ void ArrayLensConfigDialog::launchDialog() {
         NQ::ICore* core = NQ::ICore::instance();
         QWidget* mainWindow = core ? core->getMainWindow() : nullptr;
         if (mainWindow) {
+            // The layout may still grow the window to its minimum size;
+            // centre the size it will really have.
+            if (dialog->layout())
+                dialog->layout()->activate();
             const QRect frame = dialog->frameGeometry();
             const int x = qMax(0, mainWindow->x() + (mainWindow->width() - frame.width()) / 2);
             const int y = qMax(0, mainWindow->y());
