@@ -1,0 +1,66 @@
+// Filters: a condition on each element, compiled once per request and then
+// run per element.
+//
+//   filter     := or
+//   or         := and { ("||" | ".or.") and }
+//   and        := not { ("&&" | ".and.") not }
+//   not        := ("!" | ".not.") not | primary
+//   primary    := "(" or ")" | comparison
+//   comparison := [sum] op sum        -- a missing left side is $value
+//   sum        := term { ("+" | "-") term }
+//   term       := factor { ("*" | "/") factor }
+//   factor     := ["-" | "+"] (number | "$value" | class | "(" sum ")"
+//                              | "abs" "(" sum ")")
+//
+// Comparing with a class ($nan, $inf, $denorm, ...) tests the element's
+// floating-point class in its own format; integer elements never belong to a
+// class. Integer elements compare exactly: integer arithmetic is done in 128
+// bits, and an integer meets a non-integer through an exact comparison.
+#pragma once
+
+#include "element.h"
+#include "result.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace arraylens {
+
+struct FilterProgram;
+
+class Filter {
+public:
+    Filter() = default; // passes everything
+    bool empty() const { return !program_; }
+    // The filter as applied: the text without surrounding blanks.
+    const std::string& text() const { return text_; }
+
+    bool matchesInteger(__int128 value) const;
+    bool matchesDouble(double value, unsigned floatClass) const;
+    bool matchesLongDouble(long double value, unsigned floatClass) const;
+
+    // Tests the element at p, whose representation is R.
+    template <Repr R> bool matches(const unsigned char* p) const {
+        using T = ReprTraits<R>;
+        if (!program_)
+            return true;
+        if constexpr (!T::isFloat) {
+            return matchesInteger(static_cast<__int128>(T::value(p)));
+        } else if constexpr (R == Repr::F80) {
+            return matchesLongDouble(T::native(p), T::classify(p));
+        } else {
+            return matchesDouble(static_cast<double>(T::native(p)), T::classify(p));
+        }
+    }
+
+private:
+    friend Result<Filter> compileFilter(std::string_view text);
+    std::shared_ptr<const FilterProgram> program_;
+    std::string text_;
+};
+
+// The empty or blank text gives the empty filter.
+Result<Filter> compileFilter(std::string_view text);
+
+} // namespace arraylens

@@ -1,0 +1,634 @@
+#include "statistics.h"
+
+#include "element.h"
+#include "filter.h"
+#include "parallel.h"
+#include "select.h"
+#include "slice.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <xxhash.h>
+
+namespace arraylens {
+
+double toDouble(const Number& n) {
+    return std::visit([](auto v) { return static_cast<double>(v); }, n);
+}
+
+QuantilePoint quantilePoint(std::uint64_t n, double p) {
+    if (n == 0)
+        return QuantilePoint{0, 0, 0.0};
+    double virt = static_cast<double>(n - 1) * p;
+    if (virt >= static_cast<double>(n - 1))
+        return QuantilePoint{n - 1, n - 1, 0.0};
+    if (virt <= 0)
+        return QuantilePoint{0, 0, 0.0};
+    double lower = std::floor(virt);
+    auto lo = static_cast<std::uint64_t>(lower);
+    return QuantilePoint{lo, lo + 1, virt - lower};
+}
+
+// The same arithmetic as numpy's linear interpolation, so that the results
+// agree to the last bit.
+double interpolate(double a, double b, double fraction) {
+    if (fraction == 0)
+        return a;
+    double diff = b - a;
+    if (fraction >= 0.5)
+        return b - diff * (1 - fraction);
+    return a + diff * fraction;
+}
+
+namespace {
+
+constexpr std::size_t kBlock = 1024;
+
+// Pairwise summation: accurate to a few units in the last place however
+// long the array, and fast because the inner blocks vectorise.
+double pairwiseSum(const double* a, std::size_t n) {
+    if (n < 8) {
+        double s = 0;
+        for (std::size_t i = 0; i < n; ++i)
+            s += a[i];
+        return s;
+    }
+    if (n <= 128) {
+        double r[8];
+        for (int k = 0; k < 8; ++k)
+            r[k] = a[k];
+        std::size_t i = 8;
+        for (; i + 8 <= n; i += 8)
+            for (int k = 0; k < 8; ++k)
+                r[k] += a[i + static_cast<std::size_t>(k)];
+        double s = ((r[0] + r[1]) + (r[2] + r[3])) + ((r[4] + r[5]) + (r[6] + r[7]));
+        for (; i < n; ++i)
+            s += a[i];
+        return s;
+    }
+    std::size_t half = (n / 2) & ~std::size_t(7);
+    return pairwiseSum(a, half) + pairwiseSum(a + half, n - half);
+}
+
+// Running mean and sum of squared deviations, merged block by block
+// (Chan et al.): stable however large the mean is against the spread.
+struct Moments {
+    double n = 0, mean = 0, m2 = 0;
+    void merge(double nb, double meanB, double m2B) {
+        if (nb == 0)
+            return;
+        if (n == 0) {
+            n = nb;
+            mean = meanB;
+            m2 = m2B;
+            return;
+        }
+        double total = n + nb;
+        double delta = meanB - mean;
+        mean += delta * (nb / total);
+        m2 += m2B + delta * delta * (n * nb / total);
+        n = total;
+    }
+};
+
+struct Neumaier {
+    double sum = 0, c = 0;
+    void add(double x) {
+        double t = sum + x;
+        if (std::fabs(sum) >= std::fabs(x))
+            c += (sum - t) + x;
+        else
+            c += (x - t) + sum;
+        sum = t;
+    }
+    double value() const { return sum + c; }
+};
+
+struct PassContext {
+    const TilePlan& plan;
+    Reader& reader;
+    int threads;
+    const Filter& filter;
+    const std::atomic<bool>* cancel;
+};
+
+template <Repr R> struct FirstPassState {
+    using T = ReprTraits<R>;
+    using V = typename T::Value;
+    std::uint64_t count = 0, zero = 0, nan = 0, inf = 0, denorm = 0, finite = 0;
+    __int128 isum = 0;
+    Neumaier fsum;
+    Moments moments;
+    V min{}, max{};
+    std::vector<std::uint64_t> hist;
+    V block[kBlock];
+    double dblock[kBlock];
+    std::size_t nb = 0;
+    std::vector<unsigned char> pack;
+    unsigned shift = 0;
+
+    void flush() {
+        if (nb == 0)
+            return;
+        const std::size_t n = nb;
+        nb = 0;
+        V lo = block[0], hi = block[0];
+        for (std::size_t i = 0; i < n; ++i) {
+            V v = block[i];
+            lo = v < lo ? v : lo;
+            hi = v > hi ? v : hi;
+            ++hist[T::key(v) >> shift];
+        }
+        double blockSum;
+        if constexpr (T::isFloat) {
+            blockSum = pairwiseSum(block, n);
+            fsum.add(blockSum);
+            for (std::size_t i = 0; i < n; ++i)
+                dblock[i] = block[i];
+        } else {
+            __int128 s = 0;
+            for (std::size_t i = 0; i < n; ++i)
+                s += static_cast<__int128>(block[i]);
+            isum += s;
+            blockSum = static_cast<double>(s);
+            for (std::size_t i = 0; i < n; ++i)
+                dblock[i] = static_cast<double>(block[i]);
+        }
+        const double m = blockSum / static_cast<double>(n);
+        double acc[4] = {0, 0, 0, 0};
+        std::size_t i = 0;
+        for (; i + 4 <= n; i += 4)
+            for (int k = 0; k < 4; ++k) {
+                double d = dblock[i + static_cast<std::size_t>(k)] - m;
+                acc[k] += d * d;
+            }
+        for (; i < n; ++i) {
+            double d = dblock[i] - m;
+            acc[0] += d * d;
+        }
+        moments.merge(static_cast<double>(n), m, (acc[0] + acc[1]) + (acc[2] + acc[3]));
+        if (finite == 0) {
+            min = lo;
+            max = hi;
+        } else {
+            min = lo < min ? lo : min;
+            max = hi > max ? hi : max;
+        }
+        finite += n;
+    }
+};
+
+template <Repr R> inline void firstPassElement(FirstPassState<R>& s, const unsigned char* p) {
+    using T = ReprTraits<R>;
+    ++s.count;
+    if constexpr (T::isFloat) {
+        unsigned cls = T::classify(p);
+        if (cls) {
+            if (cls & kClassZero) {
+                ++s.zero;
+            } else if (cls & kClassNan) {
+                ++s.nan;
+                return;
+            } else if (cls & kClassInf) {
+                ++s.inf;
+                return;
+            } else {
+                ++s.denorm;
+            }
+        }
+    } else {
+        if (T::value(p) == 0)
+            ++s.zero;
+    }
+    s.block[s.nb++] = T::value(p);
+    if (s.nb == kBlock)
+        s.flush();
+}
+
+// Order-preserving keys of thresholds: the smallest key whose value is not
+// below x, and the largest whose value is not above x.
+template <Repr R> std::uint64_t keyNotBelow(double x, bool& none) {
+    using T = ReprTraits<R>;
+    none = false;
+    if constexpr (T::isFloat) {
+        if constexpr (R == Repr::F32) {
+            float f = static_cast<float>(x);
+            if (static_cast<double>(f) < x)
+                f = std::nextafter(f, std::numeric_limits<float>::infinity());
+            if (f == 0)
+                f = -0.0f;
+            return T::key(static_cast<double>(f));
+        } else {
+            return T::key(x == 0 ? -0.0 : x);
+        }
+    } else {
+        using Raw = typename T::Raw_;
+        double lo = static_cast<double>(T::isLogical ? 0 : std::numeric_limits<Raw>::min());
+        double hi = static_cast<double>(T::isLogical ? 1 : std::numeric_limits<Raw>::max());
+        double c = std::ceil(x);
+        if (c <= lo)
+            return T::key(
+                static_cast<typename T::Value>(T::isLogical ? 0 : std::numeric_limits<Raw>::min()));
+        if (c > hi) {
+            none = true;
+            return 0;
+        }
+        return T::key(static_cast<typename T::Value>(c));
+    }
+}
+
+template <Repr R> std::uint64_t keyNotAbove(double x, bool& none) {
+    using T = ReprTraits<R>;
+    none = false;
+    if constexpr (T::isFloat) {
+        if constexpr (R == Repr::F32) {
+            float f = static_cast<float>(x);
+            if (static_cast<double>(f) > x)
+                f = std::nextafter(f, -std::numeric_limits<float>::infinity());
+            if (f == 0)
+                f = 0.0f;
+            return T::key(static_cast<double>(f));
+        } else {
+            return T::key(x == 0 ? 0.0 : x);
+        }
+    } else {
+        using Raw = typename T::Raw_;
+        double lo = static_cast<double>(T::isLogical ? 0 : std::numeric_limits<Raw>::min());
+        double hi = static_cast<double>(T::isLogical ? 1 : std::numeric_limits<Raw>::max());
+        double f = std::floor(x);
+        if (f >= hi)
+            return T::key(
+                static_cast<typename T::Value>(T::isLogical ? 1 : std::numeric_limits<Raw>::max()));
+        if (f < lo) {
+            none = true;
+            return 0;
+        }
+        return T::key(static_cast<typename T::Value>(f));
+    }
+}
+
+// A later pass: keys of the finite passing elements go to the jobs of a
+// selection step, and optionally to the search for the adjacent values.
+struct FenceQuery {
+    bool active = false;
+    std::uint64_t notBelow = 0, notAbove = 0;   // thresholds
+    std::uint64_t foundLow = ~std::uint64_t(0); // smallest key >= notBelow
+    std::uint64_t foundHigh = 0;                // largest key <= notAbove
+    bool anyLow = false, anyHigh = false;
+};
+
+template <Repr R>
+Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQuery& fence,
+               std::vector<std::vector<std::uint64_t>>& hists,
+               std::vector<std::vector<std::uint64_t>>& keys) {
+    using T = ReprTraits<R>;
+    const std::size_t nj = jobs.size();
+    hists.assign(nj, {});
+    keys.assign(nj, {});
+    std::vector<std::atomic<std::size_t>> fill(nj);
+    for (std::size_t j = 0; j < nj; ++j) {
+        fill[j] = 0;
+        if (jobs[j].collect)
+            keys[j].resize(static_cast<std::size_t>(jobs[j].expected));
+    }
+    std::uint64_t lo = ~std::uint64_t(0), hi = 0;
+    for (const KeyJob& j : jobs) {
+        lo = std::min(lo, j.lo);
+        hi = std::max(hi, j.hi);
+    }
+    struct Local {
+        std::vector<std::vector<std::uint64_t>> hists, buffers;
+        std::uint64_t foundLow = ~std::uint64_t(0), foundHigh = 0;
+        bool anyLow = false, anyHigh = false;
+        bool overflow = false;
+    };
+    std::vector<Local> locals(static_cast<std::size_t>(std::max(ctx.threads, 1)));
+    for (Local& l : locals) {
+        l.hists.resize(nj);
+        l.buffers.resize(nj);
+        for (std::size_t j = 0; j < nj; ++j)
+            if (!jobs[j].collect)
+                l.hists[j].assign(jobs[j].bins, 0);
+    }
+    auto flushBuffer = [&](Local& l, std::size_t j) {
+        std::vector<std::uint64_t>& b = l.buffers[j];
+        std::size_t at = fill[j].fetch_add(b.size());
+        if (at + b.size() > keys[j].size()) {
+            l.overflow = true;
+        } else {
+            std::copy(b.begin(), b.end(), keys[j].begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        b.clear();
+    };
+    const Filter& filter = ctx.filter;
+    Status s = forEachTile(
+        ctx.plan, ctx.reader, ctx.threads,
+        [&](int thread, std::uint64_t, const TileView& view) -> Status {
+            Local& l = locals[static_cast<std::size_t>(thread)];
+            for (const ElementRun& run : view.runs) {
+                const unsigned char* p = run.first;
+                for (std::size_t k = 0; k < run.count; ++k, p += run.step) {
+                    if (!filter.empty() && !filter.matches<R>(p))
+                        continue;
+                    if constexpr (T::isFloat) {
+                        if (T::classify(p) & kClassNonFinite)
+                            continue;
+                    }
+                    const std::uint64_t key = T::key(T::value(p));
+                    if (fence.active) {
+                        if (key >= fence.notBelow && key <= l.foundLow) {
+                            l.foundLow = key;
+                            l.anyLow = true;
+                        }
+                        if (key <= fence.notAbove && key >= l.foundHigh) {
+                            l.foundHigh = key;
+                            l.anyHigh = true;
+                        }
+                    }
+                    if (key < lo || key > hi)
+                        continue;
+                    for (std::size_t j = 0; j < nj; ++j) {
+                        const KeyJob& job = jobs[j];
+                        if (key < job.lo || key > job.hi)
+                            continue;
+                        if (job.collect) {
+                            l.buffers[j].push_back(key);
+                            if (l.buffers[j].size() >= 4096)
+                                flushBuffer(l, j);
+                        } else {
+                            ++l.hists[j][job.bin(key)];
+                        }
+                        break;
+                    }
+                }
+            }
+            return Status::Ok();
+        },
+        nullptr, ctx.cancel);
+    if (!s)
+        return s;
+    for (std::size_t j = 0; j < nj; ++j) {
+        if (jobs[j].collect) {
+            for (Local& l : locals)
+                if (!l.buffers[j].empty())
+                    flushBuffer(l, j);
+        } else {
+            hists[j].assign(jobs[j].bins, 0);
+            for (Local& l : locals)
+                for (std::size_t b = 0; b < jobs[j].bins; ++b)
+                    hists[j][b] += l.hists[j][b];
+        }
+    }
+    for (Local& l : locals) {
+        if (l.overflow)
+            return Error{ErrorCode::Unreadable,
+                         "The array changed while its statistics were computed."};
+        if (l.anyLow && (!fence.anyLow || l.foundLow < fence.foundLow)) {
+            fence.foundLow = l.foundLow;
+            fence.anyLow = true;
+        }
+        if (l.anyHigh && (!fence.anyHigh || l.foundHigh > fence.foundHigh)) {
+            fence.foundHigh = l.foundHigh;
+            fence.anyHigh = true;
+        }
+    }
+    for (std::size_t j = 0; j < nj; ++j)
+        if (jobs[j].collect && fill[j].load() != keys[j].size())
+            return Error{ErrorCode::Unreadable,
+                         "The array changed while its statistics were computed."};
+    return Status::Ok();
+}
+
+template <Repr R> Number typedNumber(typename ReprTraits<R>::Value v) {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat)
+        return static_cast<double>(v);
+    else if constexpr (R == Repr::U64)
+        return static_cast<std::uint64_t>(v);
+    else
+        return static_cast<std::int64_t>(v);
+}
+
+template <Repr R>
+Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, Statistics& out) {
+    using T = ReprTraits<R>;
+    using V = typename T::Value;
+    const unsigned keyBits = T::keyBits;
+    const unsigned histBits = std::min(keyBits, kRadixBits);
+    const unsigned shift = keyBits - histBits;
+    const std::size_t vbytes = valueBytes(R);
+    const std::size_t esize = ctx.plan.elementSize();
+
+    // First pass: counts, sums, extremes, moments, the checksum in result
+    // order, and the first histogram of the keys.
+    std::vector<std::unique_ptr<FirstPassState<R>>> states;
+    for (int i = 0; i < ctx.threads; ++i) {
+        states.push_back(std::make_unique<FirstPassState<R>>());
+        states.back()->hist.assign(std::size_t(1) << histBits, 0);
+        states.back()->shift = shift;
+    }
+    XXH3_state_t* hash = XXH3_createState();
+    XXH3_64bits_reset(hash);
+    TileTurns turns;
+    const Filter& filter = ctx.filter;
+    Status s = forEachTile(
+        ctx.plan, ctx.reader, ctx.threads,
+        [&](int thread, std::uint64_t tile, const TileView& view) -> Status {
+            FirstPassState<R>& st = *states[static_cast<std::size_t>(thread)];
+            const bool direct = filter.empty() && view.runs.size() == 1 &&
+                                view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
+                                esize == vbytes;
+            st.pack.clear();
+            for (const ElementRun& run : view.runs) {
+                const unsigned char* p = run.first;
+                if (filter.empty() && run.step == static_cast<std::ptrdiff_t>(esize)) {
+                    for (std::size_t k = 0; k < run.count; ++k, p += esize)
+                        firstPassElement<R>(st, p);
+                    if (!direct)
+                        for (std::size_t k = 0; k < run.count; ++k)
+                            st.pack.insert(st.pack.end(), run.first + k * esize,
+                                           run.first + k * esize + vbytes);
+                    continue;
+                }
+                for (std::size_t k = 0; k < run.count; ++k, p += run.step) {
+                    if (!filter.matches<R>(p))
+                        continue;
+                    firstPassElement<R>(st, p);
+                    st.pack.insert(st.pack.end(), p, p + vbytes);
+                }
+            }
+            st.flush();
+            if (!turns.wait(tile))
+                return Error{ErrorCode::Unreadable, "abandoned"};
+            if (direct)
+                XXH3_64bits_update(hash, view.runs[0].first, view.runs[0].count * esize);
+            else if (!st.pack.empty())
+                XXH3_64bits_update(hash, st.pack.data(), st.pack.size());
+            turns.pass(tile);
+            return Status::Ok();
+        },
+        &turns, ctx.cancel);
+    std::uint64_t checksum = XXH3_64bits_digest(hash);
+    XXH3_freeState(hash);
+    if (!s)
+        return s;
+
+    FirstPassState<R>& all = *states[0];
+    for (std::size_t i = 1; i < states.size(); ++i) {
+        FirstPassState<R>& o = *states[i];
+        all.count += o.count;
+        all.zero += o.zero;
+        all.nan += o.nan;
+        all.inf += o.inf;
+        all.denorm += o.denorm;
+        all.isum += o.isum;
+        all.fsum.add(o.fsum.sum);
+        all.fsum.add(o.fsum.c);
+        all.moments.merge(o.moments.n, o.moments.mean, o.moments.m2);
+        if (o.finite) {
+            if (all.finite == 0) {
+                all.min = o.min;
+                all.max = o.max;
+            } else {
+                all.min = o.min < all.min ? o.min : all.min;
+                all.max = o.max > all.max ? o.max : all.max;
+            }
+        }
+        all.finite += o.finite;
+        for (std::size_t b = 0; b < all.hist.size(); ++b)
+            all.hist[b] += o.hist[b];
+    }
+    states.resize(1);
+
+    out.checksum = static_cast<std::int64_t>(checksum);
+    out.count = all.count;
+    out.zeroCount = all.zero;
+    out.nanCount = all.nan;
+    out.infCount = all.inf;
+    out.denormCount = all.denorm;
+    out.passes = 1;
+    out.statValid = 0x7; // checksum, count, zero count
+    if (T::isFloat)
+        out.statValid |= (1u << StatNanCount) | (1u << StatInfCount) | (1u << StatDenormCount);
+    const std::uint64_t n = all.finite;
+    if (n == 0)
+        return Status::Ok();
+    out.statValid |= 0x1ff8; // bits 3 to 12
+
+    if constexpr (T::isFloat) {
+        out.sum = all.fsum.value();
+        out.mean = all.fsum.value() / static_cast<double>(n);
+    } else {
+        const __int128 sum = all.isum;
+        if constexpr (R == Repr::U64) {
+            if (sum >= 0 && sum <= static_cast<__int128>(std::numeric_limits<std::uint64_t>::max()))
+                out.sum = static_cast<std::uint64_t>(sum);
+            else
+                out.sum = static_cast<double>(sum);
+        } else {
+            if (sum >= std::numeric_limits<std::int64_t>::min() &&
+                sum <= std::numeric_limits<std::int64_t>::max())
+                out.sum = static_cast<std::int64_t>(sum);
+            else
+                out.sum = static_cast<double>(sum);
+        }
+        out.mean = static_cast<double>(static_cast<long double>(sum) / static_cast<long double>(n));
+    }
+    out.min = typedNumber<R>(all.min);
+    out.max = typedNumber<R>(all.max);
+    out.stdDev = std::sqrt(all.moments.m2 / all.moments.n);
+
+    // Exact quantiles by radix selection.
+    const QuantilePoint q1 = quantilePoint(n, 0.25), q2 = quantilePoint(n, 0.5),
+                        q3 = quantilePoint(n, 0.75);
+    RadixSelect select(keyBits, {q1.lower, q1.upper, q2.lower, q2.upper, q3.lower, q3.upper}, n,
+                       std::max<std::size_t>(options.selectionBytes / 8, 1024));
+    select.takeFirstHistogram(all.hist);
+    all.hist = std::vector<std::uint64_t>();
+    std::vector<std::vector<std::uint64_t>> hists, keys;
+    FenceQuery noFence;
+    while (!select.done()) {
+        if (select.passes() > 2 * (64 / kRadixBits) + 2)
+            return Error{ErrorCode::Unreadable,
+                         "The array changed while its statistics were computed."};
+        Status ps = keyPass<R>(ctx, select.jobs(), noFence, hists, keys);
+        if (!ps)
+            return ps;
+        ++out.passes;
+        select.takePass(hists, keys);
+    }
+    hists.clear();
+    keys.clear();
+    auto valueAt = [&](std::uint64_t rank) {
+        return static_cast<double>(T::fromKey(select.keyAt(rank)));
+    };
+    auto quantile = [&](const QuantilePoint& q) {
+        return interpolate(valueAt(q.lower), valueAt(q.upper), q.fraction);
+    };
+    out.firstQuartile = quantile(q1);
+    out.median = quantile(q2);
+    out.thirdQuartile = quantile(q3);
+
+    // Tukey's adjacent values: the extremes of the elements inside the fences.
+    const double iqr = out.thirdQuartile - out.firstQuartile;
+    const double lowFence = out.firstQuartile - 1.5 * iqr;
+    const double highFence = out.thirdQuartile + 1.5 * iqr;
+    const std::uint64_t minKey = T::key(all.min), maxKey = T::key(all.max);
+    FenceQuery fence;
+    bool noneLow = false, noneHigh = false;
+    fence.notBelow = keyNotBelow<R>(lowFence, noneLow);
+    fence.notAbove = keyNotAbove<R>(highFence, noneHigh);
+    V lowerAdj = all.min, upperAdj = all.max;
+    const bool needLow = !noneLow && minKey < fence.notBelow;
+    const bool needHigh = !noneHigh && maxKey > fence.notAbove;
+    if (needLow || needHigh) {
+        fence.active = true;
+        Status ps = keyPass<R>(ctx, {}, fence, hists, keys);
+        if (!ps)
+            return ps;
+        ++out.passes;
+        if (needLow && fence.anyLow)
+            lowerAdj = T::fromKey(fence.foundLow);
+        if (needHigh && fence.anyHigh)
+            upperAdj = T::fromKey(fence.foundHigh);
+    }
+    out.lowerAdjValue = typedNumber<R>(lowerAdj);
+    out.upperAdjValue = typedNumber<R>(upperAdj);
+    return Status::Ok();
+}
+
+} // namespace
+
+Result<Statistics> computeStatistics(const ArrayDescriptor& array, Reader& reader,
+                                     std::string_view sliceText, std::string_view filterText,
+                                     const StatisticsOptions& options) {
+    Status v = validate(array);
+    if (!v)
+        return v.error();
+    Result<Slice> slice = parseSlice(sliceText, array);
+    if (!slice)
+        return slice.error();
+    Result<Filter> filter = compileFilter(filterText);
+    if (!filter)
+        return filter.error();
+    const Layout layout = layoutOf(array, slice->dims);
+    const TilePlan plan(layout, options.tileBytes);
+    PassContext ctx{plan, reader, threadsFor(options), filter.value(), options.cancel};
+    Statistics out;
+    out.array = array.expression;
+    out.actualType = array.typeName;
+    const Repr repr = kindInfo(array.kind).repr;
+    Status s = withRepr(
+        repr, [&](auto tag) { return statisticsOf<decltype(tag)::repr>(ctx, options, out); });
+    if (!s)
+        return s.error();
+    out.emptySlice = wholeArraySliceText(array);
+    out.filter = filter->text();
+    return out;
+}
+
+} // namespace arraylens
