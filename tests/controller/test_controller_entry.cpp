@@ -68,6 +68,9 @@ TEST(ExpressionRoad, TypedExpressionGoesSetExpressionThenArrayInfoThenUpdateUITh
     EXPECT_EQ(r.debugger().created.first()->text, "grid");
     EXPECT_EQ(r.debugger().created.first()->evaluateCount, 1);
     EXPECT_EQ(r.ui->currentExpression, nullptr);
+    // Watched from here on: the evaluated object is released once its copy
+    // is held.
+    QPointer<fake::Expression> typed = r.debugger().created.first();
 
     ASSERT_TRUE(fake::waitFor([&] { return r.combo()->count() == 1; }, 3000));
     // setExpression (a copy is current and pending) came before the array
@@ -99,7 +102,6 @@ TEST(ExpressionRoad, TypedExpressionGoesSetExpressionThenArrayInfoThenUpdateUITh
     EXPECT_EQ(r.bar->sliceButton->text(), "[0:7:1][0:7:1]");
     EXPECT_EQ(r.page(), 1);
     // The evaluated object itself is released; only the copy is kept.
-    QPointer<fake::Expression> typed = r.debugger().created.first();
     fake::waitFor([&] { return typed.isNull(); }, 1000);
     EXPECT_TRUE(typed.isNull());
 }
