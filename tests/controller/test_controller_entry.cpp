@@ -19,8 +19,12 @@ void typeAndReturn(Rig& r, const QString& text) {
     QTest::keyClick(r.combo(), Qt::Key_Return);
 }
 
-QSharedPointer<QObject> sharedFrame() { return QSharedPointer<QObject>(new fake::Frame); }
-QSharedPointer<QObject> sharedProcess() { return QSharedPointer<QObject>(new fake::Process); }
+QSharedPointer<QObject> sharedFrame() {
+    return QSharedPointer<QObject>(new fake::Frame);
+}
+QSharedPointer<QObject> sharedProcess() {
+    return QSharedPointer<QObject>(new fake::Process);
+}
 
 } // namespace
 
@@ -52,9 +56,7 @@ TEST(ExpressionRoad, TypedExpressionGoesSetExpressionThenArrayInfoThenUpdateUITh
                            {"ArrayBounds", QStringList{"0:7", "0:7"}}};
     });
     r.debugger().respond(rig::STATS_REQUEST, [&](const QObject& request) {
-        road << QString("stats page=%1 bounds=%2")
-                    .arg(r.page())
-                    .arg(r.ui->currentBounds.join(","));
+        road << QString("stats page=%1 bounds=%2").arg(r.page()).arg(r.ui->currentBounds.join(","));
         return QVariantMap{{"result", "done"},
                            {"Array", request.property("Expression")},
                            {"EmptySlice", "[0:7:1][0:7:1]"},
@@ -188,8 +190,8 @@ TEST(ExpressionRefusals, FailedEvaluationShowsItsOwnTextClearsButtonsAndHoldsNot
     r.bar->typeButton->setToolTip("Type: int[4]");
     r.bar->sliceButton->setText("[0:3:1]");
     typeAndReturn(r, "nope");
-    ASSERT_TRUE(fake::waitFor(
-        [&] { return r.page0Text() == "No symbol \"nope\" in current context."; }));
+    ASSERT_TRUE(
+        fake::waitFor([&] { return r.page0Text() == "No symbol \"nope\" in current context."; }));
     EXPECT_TRUE(r.bar->typeButton->text().isEmpty());
     EXPECT_TRUE(r.bar->typeButton->toolTip().isEmpty());
     EXPECT_TRUE(r.bar->sliceButton->text().isEmpty());
