@@ -1,0 +1,381 @@
+#include "arrayoperations.h"
+
+#include "gdbmemoryreader.h"
+
+#include "arraylens/arraylens.h"
+
+#include <QBitArray>
+#include <QObject>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <climits>
+#include <memory>
+
+namespace arraylens::gdb {
+
+namespace {
+
+QString qs(const std::string& s) {
+    return QString::fromStdString(s);
+}
+
+QVariant countVariant(std::uint64_t n) {
+    if (n <= std::uint64_t(INT_MAX))
+        return QVariant(int(n));
+    return QVariant(qulonglong(n));
+}
+
+QVariant numberVariant(const arraylens::Number& n) {
+    if (const auto* i = std::get_if<std::int64_t>(&n))
+        return QVariant(qlonglong(*i));
+    if (const auto* u = std::get_if<std::uint64_t>(&n))
+        return QVariant(qulonglong(*u));
+    return QVariant(std::get<double>(n));
+}
+
+QString engineCode(arraylens::ErrorCode code) {
+    switch (code) {
+    case arraylens::ErrorCode::BadSlice:
+        return QStringLiteral("slice");
+    case arraylens::ErrorCode::BadFilter:
+        return QStringLiteral("filter");
+    case arraylens::ErrorCode::BadRequest:
+        return QStringLiteral("request");
+    case arraylens::ErrorCode::UnsupportedType:
+        return QStringLiteral("type");
+    case arraylens::ErrorCode::Unreadable:
+        return QStringLiteral("memory");
+    case arraylens::ErrorCode::TooLarge:
+        return QStringLiteral("toolarge");
+    case arraylens::ErrorCode::Cancelled:
+        return QStringLiteral("cancelled");
+    }
+    return QStringLiteral("error");
+}
+
+// The table echoes its settings on every answer: the display takes them
+// over before it looks at the result.
+void addTableEcho(Fields& f, const RequestSnapshot& r, int dataType) {
+    if (r.operation != Operation::Table)
+        return;
+    f.append({"Slice", r.slice});
+    f.append({"RowDim", r.rowDim});
+    f.append({"ColDim", r.colDim});
+    f.append({"DataFormat", r.dataFormat});
+    f.append({"DataType", dataType});
+}
+
+Fields errorFields(const RequestSnapshot& r, const QString& msg, const QString& code,
+                   int dataType = 3) {
+    Fields f;
+    addTableEcho(f, r, dataType);
+    f.append({"result", QStringLiteral("error")});
+    f.append({"msg", msg});
+    f.append({"code", code});
+    return f;
+}
+
+QString boundsText(const DimBounds& d) {
+    return QStringLiteral("%1:%2").arg(d.lower).arg(d.upper);
+}
+
+// Array information from what gdb said, for arrays whose elements the
+// engine cannot read (strings, structures): shape without data.
+Fields infoFromFacts(const RequestSnapshot& r, const ArrayFacts& facts) {
+    QStringList bounds;
+    for (const DimBounds& d : facts.dims)
+        bounds << boundsText(d);
+    QString empty;
+    if (facts.fortran) {
+        empty = QLatin1Char('(') + bounds.join(QLatin1Char(',')) + QLatin1Char(')');
+    } else {
+        for (const QString& b : bounds)
+            empty += QLatin1Char('[') + b + QLatin1Char(']');
+    }
+    Fields f;
+    f.append({"ArrayName", r.expression});
+    f.append({"Focus", r.focus});
+    f.append({"Expression", r.expression});
+    f.append({"EmptySlice", empty});
+    f.append({"DimCount", int(facts.dims.size())});
+    f.append({"DataType", 3});
+    f.append({"ActualType", facts.typeText});
+    f.append({"ArrayBounds", bounds});
+    f.append({"result", QStringLiteral("done")});
+    return f;
+}
+
+Fields infoFields(const RequestSnapshot& r, const ArrayFacts& facts,
+                  const arraylens::ArrayDescriptor& array) {
+    auto info = arraylens::arrayInfo(array);
+    if (!info)
+        return errorFields(r, qs(info.message()), engineCode(info.error().code));
+    QStringList bounds;
+    for (const std::string& b : info->arrayBounds)
+        bounds << qs(b);
+    Fields f;
+    f.append({"ArrayName", r.expression});
+    f.append({"Focus", r.focus});
+    f.append({"Expression", r.expression});
+    f.append({"EmptySlice", qs(info->emptySlice)});
+    f.append({"DimCount", info->dimCount});
+    f.append({"DataType", int(info->dataType)});
+    f.append({"ActualType", facts.typeText});
+    f.append({"ArrayBounds", bounds});
+    f.append({"result", QStringLiteral("done")});
+    return f;
+}
+
+Fields statisticsFields(const RequestSnapshot& r, const ArrayFacts& facts,
+                        const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
+                        const std::atomic<bool>* cancel) {
+    arraylens::StatisticsOptions options;
+    options.cancel = cancel;
+    auto stats = arraylens::computeStatistics(array, reader, r.slice.toStdString(),
+                                              r.filter.toStdString(), options);
+    if (!stats)
+        return errorFields(r, qs(stats.message()), engineCode(stats.error().code));
+    const arraylens::Statistics& s = *stats;
+    QBitArray valid(16);
+    for (int bit = 0; bit < 16; ++bit)
+        valid.setBit(bit, (s.statValid >> bit) & 1u);
+    Fields f;
+    f.append({"Checksum", qlonglong(s.checksum)});
+    f.append({"Count", countVariant(s.count)});
+    f.append({"ZeroCount", countVariant(s.zeroCount)});
+    f.append({"Sum", numberVariant(s.sum)});
+    f.append({"Min", numberVariant(s.min)});
+    f.append({"Max", numberVariant(s.max)});
+    f.append({"Median", s.median});
+    f.append({"Mean", s.mean});
+    f.append({"StdDev", s.stdDev});
+    f.append({"FirstQuartile", s.firstQuartile});
+    f.append({"ThirdQuartile", s.thirdQuartile});
+    f.append({"LowerAdjValue", numberVariant(s.lowerAdjValue)});
+    f.append({"UpperAdjValue", numberVariant(s.upperAdjValue)});
+    f.append({"NanCount", countVariant(s.nanCount)});
+    f.append({"InfCount", countVariant(s.infCount)});
+    f.append({"DenormCount", countVariant(s.denormCount)});
+    f.append({"StatValid", valid});
+    f.append({"IsStale", false});
+    f.append({"Array", r.expression});
+    f.append({"EmptySlice", qs(s.emptySlice)});
+    f.append({"ActualType", facts.typeText});
+    f.append({"Filter", qs(s.filter)});
+    f.append({"result", QStringLiteral("done")});
+    return f;
+}
+
+Fields tableFields(const RequestSnapshot& r, const ArrayFacts& facts,
+                   const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
+                   const std::atomic<bool>* cancel) {
+    arraylens::TableOptions options;
+    options.cancel = cancel;
+    options.rowDim = r.rowDim;
+    options.colDim = r.colDim;
+    options.format = static_cast<arraylens::DataFormat>(r.dataFormat);
+    options.usingViewPort = r.usingViewPort;
+    options.viewport = {r.startRow, r.endRow, r.startCol, r.endCol};
+    const int dataType = int(arraylens::kindInfo(array.kind).dataType);
+    auto table = arraylens::tableCells(array, reader, r.slice.toStdString(), r.filter.toStdString(),
+                                       options);
+    if (!table)
+        return errorFields(r, qs(table.message()), engineCode(table.error().code), dataType);
+    const arraylens::Table& t = *table;
+    QVariantList cells;
+    cells.reserve(int(t.cells.size()));
+    for (std::int64_t row = 0; row < t.visibleRowCount; ++row) {
+        for (std::int64_t col = 0; col < t.visibleColCount; ++col) {
+            QVariantMap cell;
+            cell.insert(QStringLiteral("row"), int(t.rowOffset + row));
+            cell.insert(QStringLiteral("col"), int(t.colOffset + col));
+            cell.insert(QStringLiteral("value"),
+                        qs(t.cells[std::size_t(row * t.visibleColCount + col)]));
+            cells.append(cell);
+        }
+    }
+    Fields f;
+    f.append({"Slice", qs(t.slice)});
+    f.append({"RowDim", t.rowDim});
+    f.append({"ColDim", t.colDim});
+    f.append({"DataFormat", r.dataFormat});
+    f.append({"DataType", int(t.dataType)});
+    f.append({"ArrayName", r.expression});
+    f.append({"Focus", r.focus});
+    f.append({"Expression", r.expression});
+    f.append({"DimCount", t.dimCount});
+    f.append({"RowCount", int(t.rowCount)});
+    f.append({"ColCount", int(t.colCount)});
+    f.append({"TableDataList", cells});
+    f.append({"ActualType", facts.typeText});
+    f.append({"Filter", qs(t.filter)});
+    f.append({"IsStale", false});
+    f.append({"UsingViewPort", t.usingViewPort});
+    f.append({"TableStartRow", int(t.tableStartRow)});
+    f.append({"TableEndRow", int(t.tableEndRow)});
+    f.append({"TableStartCol", int(t.tableStartCol)});
+    f.append({"TableEndCol", int(t.tableEndCol)});
+    f.append({"RowOffset", int(t.rowOffset)});
+    f.append({"VisibleRowCount", int(t.visibleRowCount)});
+    f.append({"ColOffset", int(t.colOffset)});
+    f.append({"VisibleColCount", int(t.visibleColCount)});
+    f.append({"DataStartRow", int(t.dataStartRow)});
+    f.append({"DataEndRow", int(t.dataEndRow)});
+    f.append({"DataStartCol", int(t.dataStartCol)});
+    f.append({"DataEndCol", int(t.dataEndCol)});
+    f.append({"RowStride", int(t.rowStride)});
+    f.append({"RowLowerBound", int(t.rowLowerBound)});
+    f.append({"RowUpperBound", int(t.rowUpperBound)});
+    f.append({"ColStride", int(t.colStride)});
+    f.append({"ColLowerBound", int(t.colLowerBound)});
+    f.append({"ColUpperBound", int(t.colUpperBound)});
+    f.append({"EmptySlice", qs(t.emptySlice)});
+    f.append({"result", QStringLiteral("done")});
+    return f;
+}
+
+Fields plotFields(const RequestSnapshot& r, const ArrayFacts& facts,
+                  const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
+                  const std::atomic<bool>* cancel) {
+    arraylens::PlotOptions options;
+    options.cancel = cancel;
+    options.maxValues = kMaxPlotValues;
+    auto plot = arraylens::plotValues(array, reader, r.slice.toStdString(), r.filter.toStdString(),
+                                      options);
+    if (!plot)
+        return errorFields(r, qs(plot.message()), engineCode(plot.error().code));
+    const arraylens::PlotValues& p = *plot;
+    const QByteArray block(reinterpret_cast<const char*>(p.values.data()),
+                           int(p.values.size() * sizeof(double)));
+    Fields f;
+    f.append({"AllEvaluations", block});
+    f.append({"Rank", p.rank});
+    f.append({"Rows", int(p.rows)});
+    f.append({"Cols", int(p.cols)});
+    f.append({"ActualType", facts.typeText});
+    f.append({"EmptySlice", qs(p.emptySlice)});
+    f.append({"Filter", qs(p.filter)});
+    f.append({"IsStale", false});
+    f.append({"result", QStringLiteral("done")});
+    return f;
+}
+
+} // namespace
+
+RequestSnapshot RequestSnapshot::fromBag(const QObject* bag) {
+    RequestSnapshot r;
+    if (!bag)
+        return r;
+    r.id = bag->property("id").toString();
+    if (r.id == QLatin1String("ArrayStatisticsRequest"))
+        r.operation = Operation::Statistics;
+    else if (r.id == QLatin1String("ArrayInfoRequest"))
+        r.operation = Operation::ArrayInfo;
+    else if (r.id == QLatin1String("ArrayData2DTableRequest"))
+        r.operation = Operation::Table;
+    else if (r.id == QLatin1String("VisEvaluateExpressionRequest"))
+        r.operation = Operation::Plot;
+    r.expression = bag->property("Expression").toString();
+    r.focus = bag->property("Focus").toString();
+    r.scopeId = bag->property("ScopeID").toString();
+    r.depth = bag->property("FrameRecursionDepth").toUInt();
+    r.slice = bag->property("Slice").toString();
+    r.filter = bag->property("Filter").toString();
+    const QVariant rowDim = bag->property("RowDim"), colDim = bag->property("ColDim");
+    r.rowDim = rowDim.isValid() ? rowDim.toInt() : -1;
+    r.colDim = colDim.isValid() ? colDim.toInt() : -1;
+    const QVariant format = bag->property("DataFormat");
+    r.dataFormat = format.isValid() ? format.toInt() : 8;
+    r.usingViewPort = bag->property("UsingViewPort").toBool();
+    auto intOr = [bag](const char* name) {
+        const QVariant v = bag->property(name);
+        return v.isValid() ? v.toInt() : -1;
+    };
+    r.startRow = intOr("TableStartRow");
+    r.endRow = intOr("TableEndRow");
+    r.startCol = intOr("TableStartCol");
+    r.endCol = intOr("TableEndCol");
+    return r;
+}
+
+Fields stoppedFields(const RequestSnapshot& request) {
+    return errorFields(request, QString::fromLatin1(kDebuggerStoppedMessage),
+                       QStringLiteral("stopped"));
+}
+
+Fields exitFields(const RequestSnapshot& request) {
+    Fields f;
+    addTableEcho(f, request, 3);
+    f.append({"result", QStringLiteral("exit")});
+    return f;
+}
+
+Fields staleFields(const RequestSnapshot& request) {
+    Fields f;
+    addTableEcho(f, request, 3);
+    f.append({"IsStale", true});
+    f.append({"result", QStringLiteral("done")});
+    return f;
+}
+
+Fields failureFields(const RequestSnapshot& request, const Failure& failure) {
+    switch (failure.kind) {
+    case Failure::Kind::Lost:
+        return stoppedFields(request);
+    case Failure::Kind::Running:
+        return staleFields(request);
+    case Failure::Kind::Exited:
+        return exitFields(request);
+    default:
+        return errorFields(request, failure.message, failure.code());
+    }
+}
+
+Fields performRequest(GdbSession& session, const RequestSnapshot& request,
+                      const std::atomic<bool>* cancel) {
+    if (request.operation == Operation::Unknown)
+        return errorFields(request, QStringLiteral("Unknown request '%1'.").arg(request.id),
+                           QStringLiteral("request"));
+    ArrayResolver resolver(session);
+    Failure failure;
+    FrameInfo frame;
+    if (!resolver.locate(request.focus, request.scopeId, request.depth, frame, failure))
+        return failureFields(request, failure);
+    ArrayFacts facts;
+    // Information reads no element: an array whose elements the engine
+    // cannot take still has a shape to show.
+    const bool layout = request.operation != Operation::ArrayInfo;
+    if (!resolver.describe(frame, request.expression, true, facts, failure)) {
+        if (layout || failure.kind != Failure::Kind::Type || !facts.isArray ||
+            !facts.problem.isEmpty())
+            return failureFields(request, failure);
+    }
+    arraylens::ArrayDescriptor array;
+    if (!ArrayResolver::toDescriptor(facts, array, failure)) {
+        if (!layout && failure.kind == Failure::Kind::Type)
+            return infoFromFacts(request, facts);
+        return failureFields(request, failure);
+    }
+    if (request.operation == Operation::ArrayInfo)
+        return infoFields(request, facts, array);
+
+    std::unique_ptr<arraylens::Reader> reader;
+    if (session.readsMemoryDirectly())
+        reader = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
+    else
+        reader = std::make_unique<GdbMemoryReader>(session);
+    switch (request.operation) {
+    case Operation::Statistics:
+        return statisticsFields(request, facts, array, *reader, cancel);
+    case Operation::Table:
+        return tableFields(request, facts, array, *reader, cancel);
+    case Operation::Plot:
+        return plotFields(request, facts, array, *reader, cancel);
+    default:
+        break;
+    }
+    return errorFields(request, QStringLiteral("Unknown request."), QStringLiteral("request"));
+}
+
+} // namespace arraylens::gdb

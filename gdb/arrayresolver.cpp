@@ -1,0 +1,384 @@
+#include "arrayresolver.h"
+
+namespace arraylens::gdb {
+
+namespace {
+
+QString q(const QString& text) {
+    return QString::fromStdString(mi::quoteCString(text.toStdString()));
+}
+
+QString str(const mi::Value& v) {
+    return QString::fromStdString(v.asString());
+}
+
+bool kindFor(ElementClass cls, int size, bool fortran, ElementKind& kind) {
+    using K = ElementKind;
+    switch (cls) {
+    case ElementClass::Float:
+        if (fortran) {
+            if (size == 4)
+                kind = K::FortranReal4;
+            else if (size == 8)
+                kind = K::FortranReal8;
+            else
+                return false;
+            return true;
+        }
+        if (size == 4)
+            kind = K::Float;
+        else if (size == 8)
+            kind = K::Double;
+        else if (size == 10 || size == 12 || size == 16)
+            kind = K::LongDouble;
+        else
+            return false;
+        return true;
+    case ElementClass::Signed:
+    case ElementClass::Unsigned: {
+        const bool u = cls == ElementClass::Unsigned;
+        switch (size) {
+        case 1:
+            kind = fortran ? K::FortranInteger1 : (u ? K::UInt8 : K::Int8);
+            return true;
+        case 2:
+            kind = fortran ? K::FortranInteger2 : (u ? K::UInt16 : K::Int16);
+            return true;
+        case 4:
+            kind = fortran ? K::FortranInteger4 : (u ? K::UInt32 : K::Int32);
+            return true;
+        case 8:
+            kind = fortran ? K::FortranInteger8 : (u ? K::UInt64 : K::Int64);
+            return true;
+        default:
+            return false;
+        }
+    }
+    case ElementClass::Logical:
+        switch (size) {
+        case 1:
+            kind = K::FortranLogical1;
+            return true;
+        case 2:
+            kind = K::FortranLogical2;
+            return true;
+        case 4:
+            kind = K::FortranLogical4;
+            return true;
+        case 8:
+            kind = K::FortranLogical8;
+            return true;
+        default:
+            return false;
+        }
+    case ElementClass::Bool:
+        kind = K::Bool;
+        return size == 1;
+    case ElementClass::Char:
+        kind = K::Char;
+        return size == 1;
+    case ElementClass::SignedChar:
+        kind = K::SignedChar;
+        return size == 1;
+    case ElementClass::UnsignedChar:
+        kind = K::UnsignedChar;
+        return size == 1;
+    case ElementClass::WChar:
+        kind = K::WChar;
+        return size == 4;
+    case ElementClass::Char16:
+        kind = K::Char16;
+        return size == 2;
+    case ElementClass::Char32:
+        kind = K::Char32;
+        return size == 4;
+    case ElementClass::Character:
+        kind = K::FortranCharacter;
+        return size == 1;
+    case ElementClass::Unsupported:
+        break;
+    }
+    return false;
+}
+
+} // namespace
+
+QString Failure::code() const {
+    switch (kind) {
+    case Kind::None:
+        return QString();
+    case Kind::Gdb:
+        return QStringLiteral("gdb");
+    case Kind::Lost:
+        return QStringLiteral("stopped");
+    case Kind::Running:
+        return QStringLiteral("running");
+    case Kind::Exited:
+        return QStringLiteral("exit");
+    case Kind::TimedOut:
+        return QStringLiteral("timeout");
+    case Kind::NotArray:
+        return QStringLiteral("notarray");
+    case Kind::Frame:
+        return QStringLiteral("frame");
+    case Kind::Type:
+        return QStringLiteral("type");
+    }
+    return QString();
+}
+
+bool checkExpressionText(const QString& text, Failure& failure) {
+    if (text.trimmed().isEmpty()) {
+        failure = {Failure::Kind::Gdb, QStringLiteral("The expression is empty.")};
+        return false;
+    }
+    for (QChar c : text) {
+        if (c == QLatin1Char('\n') || c == QLatin1Char('\r') || c == QChar(0)) {
+            failure = {Failure::Kind::Gdb,
+                       QStringLiteral("An expression must be a single line of text.")};
+            return false;
+        }
+    }
+    return true;
+}
+
+ArrayResolver::ArrayResolver(GdbSession& session, int timeoutMs)
+    : session_(session), timeoutMs_(timeoutMs) {}
+
+MiReplyPtr ArrayResolver::run(const QString& command, Failure& failure) {
+    MiReplyPtr reply = session_.send(command);
+    if (!reply->wait(timeoutMs_)) {
+        failure = {Failure::Kind::TimedOut, QStringLiteral("The debugger did not answer in time.")};
+        return nullptr;
+    }
+    if (reply->lost()) {
+        failure = {Failure::Kind::Lost, QString::fromLatin1(kDebuggerStoppedMessage)};
+        return nullptr;
+    }
+    if (reply->isError()) {
+        const QString msg = reply->errorMessage();
+        Failure::Kind kind = Failure::Kind::Gdb;
+        if (msg.contains(QLatin1String("while the target is running")) ||
+            msg.contains(QLatin1String("Selected thread is running")))
+            kind = Failure::Kind::Running;
+        else if (msg.contains(QLatin1String("The program is not being run")) ||
+                 msg.contains(QLatin1String("No registers")) ||
+                 msg.contains(QLatin1String("No stack")))
+            kind = Failure::Kind::Exited;
+        failure = {kind, msg};
+        return nullptr;
+    }
+    return reply;
+}
+
+QString ArrayResolver::frameOptions(const FrameInfo& frame) const {
+    QString out;
+    if (!frame.thread.isEmpty())
+        out += QStringLiteral(" --thread %1").arg(frame.thread.toInt());
+    out += QStringLiteral(" --frame %1").arg(frame.level);
+    return out;
+}
+
+bool ArrayResolver::console(const FrameInfo& frame, const QString& command, QString& output,
+                            Failure& failure) {
+    MiReplyPtr r = run(QStringLiteral("-interpreter-exec") + frameOptions(frame) +
+                           QStringLiteral(" console ") + q(command),
+                       failure);
+    if (!r)
+        return false;
+    output = r->console();
+    return true;
+}
+
+bool ArrayResolver::evaluate(const FrameInfo& frame, const QString& expression, QString& value,
+                             Failure& failure) {
+    MiReplyPtr r = run(QStringLiteral("-data-evaluate-expression") + frameOptions(frame) +
+                           QLatin1Char(' ') + q(expression),
+                       failure);
+    if (!r)
+        return false;
+    value = str(r->record().results["value"]);
+    return true;
+}
+
+bool ArrayResolver::stack(const QString& thread, QVector<FrameInfo>& frames, Failure& failure) {
+    QString command = QStringLiteral("-stack-list-frames");
+    if (!thread.isEmpty())
+        command += QStringLiteral(" --thread %1").arg(thread.toInt());
+    MiReplyPtr r = run(command, failure);
+    if (!r)
+        return false;
+    frames.clear();
+    for (const mi::Value* f : r->record().results["stack"].all("frame")) {
+        FrameInfo info;
+        info.thread = thread;
+        info.level = str((*f)["level"]).toInt();
+        info.function = str((*f)["func"]);
+        info.file = str((*f)["file"]);
+        info.fullname = str((*f)["fullname"]);
+        info.address = str((*f)["addr"]);
+        info.line = str((*f)["line"]).toInt();
+        unsigned depth = 0;
+        for (const FrameInfo& nearer : frames)
+            if (nearer.function == info.function)
+                ++depth;
+        info.recursionDepth = depth;
+        frames.append(info);
+    }
+    return true;
+}
+
+bool ArrayResolver::locate(const QString& focus, const QString& scopeId, unsigned depth,
+                           FrameInfo& frame, Failure& failure) {
+    QString thread = focus.trimmed();
+    if (thread.isEmpty())
+        thread = session_.stoppedThread();
+    QVector<FrameInfo> frames;
+    if (!stack(thread, frames, failure))
+        return false;
+    if (frames.isEmpty()) {
+        failure = {Failure::Kind::Frame, QStringLiteral("Thread %1 has no frames.").arg(thread)};
+        return false;
+    }
+    if (scopeId.isEmpty()) {
+        frame = frames.first();
+        return true;
+    }
+    for (const FrameInfo& f : frames) {
+        if (f.function == scopeId && f.recursionDepth == depth) {
+            frame = f;
+            return true;
+        }
+    }
+    failure = {Failure::Kind::Frame,
+               QStringLiteral("The frame of %1 (recursion depth %2) in thread %3 is gone.")
+                   .arg(scopeId)
+                   .arg(depth)
+                   .arg(thread)};
+    return false;
+}
+
+bool ArrayResolver::describe(const FrameInfo& frame, const QString& expression, bool layout,
+                             ArrayFacts& facts, Failure& failure) {
+    if (!checkExpressionText(expression, failure))
+        return false;
+    facts = ArrayFacts();
+    facts.expression = expression;
+    QString out;
+    if (!console(frame, QStringLiteral("show language"), out, failure))
+        return false;
+    facts.language = languageFromShowLanguage(out);
+    facts.fortran = isFortranLanguage(facts.language);
+
+    if (!console(frame, QStringLiteral("whatis ") + expression, out, failure))
+        return false;
+    facts.typeText = typeFromWhatis(out);
+    TypeShape shape = facts.fortran ? parseFortranType(facts.typeText) : parseCType(facts.typeText);
+    if (!shape.isArray && !shape.isPointer && !facts.fortran) {
+        // A typedef of an array (std::array's member) shows as its name:
+        // ptype gives the array type behind it.
+        if (!console(frame, QStringLiteral("ptype ") + expression, out, failure))
+            return false;
+        const TypeShape resolved = parseCType(typeFromWhatis(out));
+        if (resolved.isArray)
+            shape = resolved;
+    }
+    facts.isArray = shape.isArray;
+    facts.isPointer = shape.isPointer;
+    facts.dims = shape.dims;
+    facts.problem = shape.problem;
+    if (!layout || !facts.isArray)
+        return true;
+    if (!facts.problem.isEmpty()) {
+        failure = {Failure::Kind::Type, facts.problem};
+        return false;
+    }
+
+    QVector<qint64> first;
+    for (const DimBounds& d : facts.dims)
+        first.append(d.lower);
+    const QString element = elementExpression(expression, first, facts.fortran);
+    if (!console(frame, QStringLiteral("ptype ") + element, out, failure))
+        return false;
+    facts.elementType = typeFromWhatis(out);
+    QString value;
+    if (!evaluate(frame, QStringLiteral("sizeof(%1)").arg(element), value, failure))
+        return false;
+    facts.elementSize = value.toInt();
+    if (!evaluate(frame, QLatin1Char('&') + element, value, failure))
+        return false;
+    const auto address = parseAddress(value);
+    if (!address) {
+        failure = {Failure::Kind::Type,
+                   QStringLiteral("The elements of '%1' are not in memory.").arg(expression)};
+        return false;
+    }
+    facts.address = *address;
+    // Byte strides from the addresses of neighbouring elements: the one way
+    // that also holds for a strided section in an assumed-shape dummy, whose
+    // type says nothing of its strides.
+    qint64 inner = facts.elementSize;
+    QVector<qint64> strides(facts.dims.size(), 0);
+    QVector<int> order;
+    for (int d = 0; d < facts.dims.size(); ++d)
+        order.append(facts.fortran ? d : facts.dims.size() - 1 - d);
+    for (int d : order) {
+        const DimBounds& b = facts.dims[d];
+        if (b.upper > b.lower) {
+            QVector<qint64> next = first;
+            next[d] += 1;
+            if (!evaluate(frame,
+                          QLatin1Char('&') + elementExpression(expression, next, facts.fortran),
+                          value, failure))
+                return false;
+            const auto a = parseAddress(value);
+            if (!a) {
+                failure = {
+                    Failure::Kind::Type,
+                    QStringLiteral("The elements of '%1' are not in memory.").arg(expression)};
+                return false;
+            }
+            strides[d] = qint64(*a - facts.address);
+        } else {
+            // One index only: the stride is never used to move.
+            strides[d] = inner;
+        }
+        inner = strides[d] * qMax<qint64>(1, b.upper - b.lower + 1);
+    }
+    facts.byteStrides = strides;
+    return true;
+}
+
+bool ArrayResolver::toDescriptor(const ArrayFacts& facts, arraylens::ArrayDescriptor& out,
+                                 Failure& failure) {
+    if (!facts.isArray) {
+        failure = {Failure::Kind::NotArray, QStringLiteral("'%1' is not an array (its type is %2).")
+                                                .arg(facts.expression, facts.typeText)};
+        return false;
+    }
+    ElementKind kind = ElementKind::Double;
+    const ElementClass cls = classifyElement(facts.elementType, facts.fortran);
+    if (!kindFor(cls, facts.elementSize, facts.fortran, kind)) {
+        failure = {Failure::Kind::Type,
+                   QStringLiteral("Elements of type %1 (%2 bytes) are not supported.")
+                       .arg(facts.elementType)
+                       .arg(facts.elementSize)};
+        return false;
+    }
+    out = arraylens::ArrayDescriptor();
+    out.kind = kind;
+    out.elementSize = size_t(facts.elementSize);
+    out.address = facts.address;
+    out.language =
+        facts.fortran ? Language::Fortran : languageFromName(facts.language.toStdString());
+    for (int d = 0; d < facts.dims.size(); ++d) {
+        Dimension dim;
+        dim.lower = facts.dims[d].lower;
+        dim.upper = facts.dims[d].upper;
+        dim.byteStride = facts.byteStrides.value(d);
+        out.dims.push_back(dim);
+    }
+    return true;
+}
+
+} // namespace arraylens::gdb
