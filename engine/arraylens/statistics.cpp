@@ -546,7 +546,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     const QuantilePoint q1 = quantilePoint(n, 0.25), q2 = quantilePoint(n, 0.5),
                         q3 = quantilePoint(n, 0.75);
     RadixSelect select(keyBits, {q1.lower, q1.upper, q2.lower, q2.upper, q3.lower, q3.upper}, n,
-                       std::max<std::size_t>(options.selectionBytes / 8, 1024));
+                       std::max<std::size_t>(options.selectionBytes / 8, 16));
     select.takeFirstHistogram(all.hist);
     all.hist = std::vector<std::uint64_t>();
     std::vector<std::vector<std::uint64_t>> hists, keys;
