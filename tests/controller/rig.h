@@ -7,13 +7,13 @@
 #include "config/arrayLensConfigui.h"
 #include "controller/arraylensui.h"
 #include "plot/visualizer.h"
-#include "statistics/statisticsui.h"
-#include "table/data2Dtableui.h"
 #include "plugin/arraylensconstants.h"
 #include "plugin/arraylenstoolbarcontributionfactory.h"
 #include "plugin/arraylensview.h"
 #include "plugin/noadjustcombobox.h"
+#include "statistics/statisticsui.h"
 #include "support/fakehost.h"
+#include "table/data2Dtableui.h"
 
 #include <QAction>
 #include <QDialog>

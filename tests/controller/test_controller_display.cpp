@@ -242,8 +242,8 @@ TEST(DisplayAnswers, TableSuccessTakesTheNewConfigFreesTheOldAndOffersUpdateWhen
     r.connectDebugger();
     IHVExpression* a = r.bringIn("a");
     auto* fresh = new Config2DTable(1, 0, "[1:1:1][0:4:1]", al_pres_decimal, al_type_integer, {});
-    emit r.ui->data2DTableUI->data2DTableSuccess("a", "[1:1:1][0:4:1]", QString(), QString(),
-                                                 fresh, true);
+    emit r.ui->data2DTableUI->data2DTableSuccess("a", "[1:1:1][0:4:1]", QString(), QString(), fresh,
+                                                 true);
     EXPECT_EQ(r.ui->configMap.value(a), fresh);
     EXPECT_EQ(r.ui->currentConfig, fresh);
     EXPECT_EQ(r.ui->currentSlice2dTable, "[1:1:1][0:4:1]");

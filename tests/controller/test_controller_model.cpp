@@ -84,15 +84,15 @@ TEST(ControllerSlots, MetaObjectListsTheSlotsInOrderAndNoSignals) {
             ++signalCount;
     }
     EXPECT_EQ(signalCount, 0);
-    EXPECT_EQ(slotNames,
-              (QStringList{"handleStaleData()", "handleError(QString)",
-                           "handleConfigError(QString)", "handleContextChange()",
-                           "handleComboIndexChanged(int)", "handleExprEvalFinished()",
-                           "handleExpressionCancelled()",
-                           "handleSuccess(QString,QString,QString,QString)",
-                           "handle2DTableSuccess(QString,QString,QString,QString,Config2DTable*,bool)",
-                           "handleReturnPressed()", "handleDebuggerEvent(AsyncRecord)",
-                           "updateUI()", "handleTimeout()"}));
+    EXPECT_EQ(
+        slotNames,
+        (QStringList{"handleStaleData()", "handleError(QString)", "handleConfigError(QString)",
+                     "handleContextChange()", "handleComboIndexChanged(int)",
+                     "handleExprEvalFinished()", "handleExpressionCancelled()",
+                     "handleSuccess(QString,QString,QString,QString)",
+                     "handle2DTableSuccess(QString,QString,QString,QString,Config2DTable*,bool)",
+                     "handleReturnPressed()", "handleDebuggerEvent(AsyncRecord)", "updateUI()",
+                     "handleTimeout()"}));
 }
 
 // ---- the cases worth a test of their own ------------------------------------------
@@ -186,7 +186,7 @@ TEST(ControllerModel, UpdateUIFromConfigWithANewCastAndASliceEmptiesSliceAndEnds
     auto* fakeHeld = static_cast<fake::Expression*>(held);
     ASSERT_FALSE(fakeHeld->setTypeCalls.isEmpty());
     EXPECT_EQ(fakeHeld->setTypeCalls.last(), qMakePair(QString("float[50]"), true));
-    EXPECT_TRUE(config->slice.isEmpty());        // the table's slice was cleared
+    EXPECT_TRUE(config->slice.isEmpty());         // the table's slice was cleared
     EXPECT_EQ(config->dataPres, al_pres_default); // and its format reset
     EXPECT_FALSE(r.ui->use2DSlice);
     // The map keeps the flag as the dialog gave it.
