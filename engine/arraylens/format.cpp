@@ -24,24 +24,56 @@ std::string octalText(std::uint64_t bits) {
     return buf;
 }
 
+// The shortest digits that read back to the same value, laid out in fixed
+// notation: 1e+300 becomes a 1 and 300 zeros, not the binary value's exact
+// expansion.
+std::string fixedFromScientific(const std::string& sci) {
+    const std::size_t e = sci.find('e');
+    std::string mantissa = sci.substr(0, e);
+    const int exponent = std::stoi(sci.substr(e + 1));
+    std::string sign;
+    if (!mantissa.empty() && mantissa[0] == '-') {
+        sign = "-";
+        mantissa.erase(0, 1);
+    }
+    std::string digits;
+    for (char c : mantissa)
+        if (c != '.')
+            digits += c;
+    // The value is 0.digits * 10^(exponent + 1).
+    const int point = exponent + 1;
+    std::string out;
+    if (point <= 0) {
+        out = "0." + std::string(static_cast<std::size_t>(-point), '0') + digits;
+    } else if (static_cast<std::size_t>(point) >= digits.size()) {
+        out = digits + std::string(static_cast<std::size_t>(point) - digits.size(), '0');
+    } else {
+        out = digits.substr(0, static_cast<std::size_t>(point)) + "." +
+              digits.substr(static_cast<std::size_t>(point));
+    }
+    return sign + out;
+}
+
 // Shortest round trip in the element's own precision, in the notation asked.
 template <class F> std::string floatText(F v, DataFormat format) {
     if (std::isnan(v))
         return "nan";
     if (std::isinf(v))
         return v < 0 ? "-inf" : "inf";
-    // Fixed notation of the largest long double needs almost 5000 digits.
-    char buf[5000];
-    std::to_chars_result r;
-    if (format == DataFormat::Decimal)
-        r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed);
-    else if (format == DataFormat::Scientific)
-        r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::scientific);
-    else
-        r = std::to_chars(buf, buf + sizeof buf, v);
+    char buf[128];
+    const std::chars_format notation =
+        format == DataFormat::Decimal || format == DataFormat::Scientific
+            ? std::chars_format::scientific
+            : std::chars_format::general;
+    std::to_chars_result r = notation == std::chars_format::general
+                                 ? std::to_chars(buf, buf + sizeof buf, v)
+                                 : std::to_chars(buf, buf + sizeof buf, v, notation);
     if (r.ec != std::errc())
         return "?";
-    return std::string(buf, r.ptr);
+    std::string text(buf, r.ptr);
+    if (format == DataFormat::Decimal)
+        return fixedFromScientific(text);
+    return text;
 }
 
 template <Repr R>
