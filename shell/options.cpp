@@ -1,0 +1,106 @@
+#include "shell/options.h"
+
+namespace shell {
+
+QString usageText() {
+    return QStringLiteral(
+        "Usage: arraylens [options] [--] [program [args...]]\n"
+        "\n"
+        "A debugger window with the Array Lens view. Without a program it opens\n"
+        "the bundled example stopped at its breakpoint.\n"
+        "\n"
+        "  --break LOCATION    stop at LOCATION (file:line or function); repeatable\n"
+        "  --eval EXPR         show EXPR in Array Lens once the program stops; repeatable\n"
+        "  --attach PID        attach to a running process\n"
+        "  --core FILE         open a core file (of the program given)\n"
+        "  --remote HOST:PORT  connect to a gdbserver\n"
+        "  --gdb PATH          the gdb to run (default: gdb)\n"
+        "  --plugin PATH       the Array Lens plug-in to load\n"
+        "  --theme light|dark  the window's theme\n"
+        "  --screenshot FILE   save the window as a PNG once the first display has\n"
+        "                      answered, then quit\n"
+        "  -h, --help          this text\n");
+}
+
+bool parseOptions(const QStringList& arguments, Options& options, QString* error) {
+    auto fail = [error](const QString& text) {
+        if (error)
+            *error = text;
+        return false;
+    };
+    int i = 0;
+    const int n = arguments.size();
+    auto value = [&](const QString& name, QString& out) {
+        if (i + 1 >= n)
+            return fail(QStringLiteral("%1 needs a value.").arg(name));
+        out = arguments.at(++i);
+        return true;
+    };
+    for (; i < n; ++i) {
+        const QString a = arguments.at(i);
+        QString v;
+        if (a == QLatin1String("--")) {
+            ++i;
+            break;
+        } else if (a == QLatin1String("-h") || a == QLatin1String("--help")) {
+            options.help = true;
+        } else if (a == QLatin1String("--break")) {
+            if (!value(a, v))
+                return false;
+            options.breaks << v;
+        } else if (a == QLatin1String("--eval")) {
+            if (!value(a, v))
+                return false;
+            options.evals << v;
+        } else if (a == QLatin1String("--attach")) {
+            if (!value(a, v))
+                return false;
+            bool ok = false;
+            options.attachPid = v.toLongLong(&ok);
+            if (!ok || options.attachPid <= 0)
+                return fail(QStringLiteral("--attach needs a process id, not '%1'.").arg(v));
+        } else if (a == QLatin1String("--core")) {
+            if (!value(a, options.coreFile))
+                return false;
+        } else if (a == QLatin1String("--remote")) {
+            if (!value(a, options.remote))
+                return false;
+            if (!options.remote.contains(QLatin1Char(':')))
+                return fail(
+                    QStringLiteral("--remote needs HOST:PORT, not '%1'.").arg(options.remote));
+        } else if (a == QLatin1String("--gdb")) {
+            if (!value(a, options.gdbPath))
+                return false;
+        } else if (a == QLatin1String("--plugin")) {
+            if (!value(a, options.pluginPath))
+                return false;
+        } else if (a == QLatin1String("--theme")) {
+            if (!value(a, options.theme))
+                return false;
+            if (options.theme != QLatin1String("light") && options.theme != QLatin1String("dark"))
+                return fail(
+                    QStringLiteral("--theme is light or dark, not '%1'.").arg(options.theme));
+        } else if (a == QLatin1String("--screenshot")) {
+            if (!value(a, options.screenshot))
+                return false;
+        } else if (a.startsWith(QLatin1Char('-')) && a.size() > 1) {
+            return fail(QStringLiteral("Unknown option %1.").arg(a));
+        } else {
+            break;
+        }
+    }
+    if (i < n) {
+        options.program = arguments.at(i);
+        options.programArgs = arguments.mid(i + 1);
+    }
+    const int targets =
+        (options.attachPid > 0) + !options.coreFile.isEmpty() + !options.remote.isEmpty();
+    if (targets > 1)
+        return fail(QStringLiteral("Give only one of --attach, --core and --remote."));
+    if (!options.coreFile.isEmpty() && options.program.isEmpty())
+        return fail(QStringLiteral("--core needs the program that dumped it."));
+    options.bundledExample = !options.hasTarget();
+    return true;
+}
+
+} // namespace shell

@@ -1,0 +1,37 @@
+#pragma once
+// The application's command line:
+//   arraylens [options] [-- program args]
+// With neither a program nor a target the bundled example is opened.
+
+#include <QString>
+#include <QStringList>
+
+namespace shell {
+
+struct Options {
+    QString program;
+    QStringList programArgs;
+    QStringList breaks;
+    QStringList evals;
+    qint64 attachPid = 0;
+    QString coreFile;
+    QString remote; // HOST:PORT of a gdbserver
+    QString gdbPath = QStringLiteral("gdb");
+    QString screenshot;
+    QString pluginPath;
+    QString theme = QStringLiteral("light");
+    // Set when nothing was named: the bundled example at its breakpoint.
+    bool bundledExample = false;
+    bool help = false;
+
+    bool hasTarget() const {
+        return !program.isEmpty() || attachPid > 0 || !coreFile.isEmpty() || !remote.isEmpty();
+    }
+};
+
+// Fills `options` from the arguments (without the program name). False with
+// `error` filled on bad usage.
+bool parseOptions(const QStringList& arguments, Options& options, QString* error);
+QString usageText();
+
+} // namespace shell
