@@ -204,10 +204,12 @@ void ArrayLensConfigDialog::launchDialog() {
         NQ::ICore* core = NQ::ICore::instance();
         QWidget* mainWindow = core ? core->getMainWindow() : nullptr;
         if (mainWindow) {
-            // The layout may still grow the window to its minimum size;
-            // centre the size it will really have.
+            // The layout may still grow the window to its minimum size, and
+            // the frame's margins are only known once the native window
+            // exists: centre the frame the window will really have.
             if (dialog->layout())
                 dialog->layout()->activate();
+            dialog->winId();
             const QRect frame = dialog->frameGeometry();
             const int x = qMax(0, mainWindow->x() + (mainWindow->width() - frame.width()) / 2);
             const int y = qMax(0, mainWindow->y());

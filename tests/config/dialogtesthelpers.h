@@ -32,14 +32,18 @@
 #include <ostream>
 
 // Readable values in failure messages.
-inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << qPrintable(text) << '"'; }
+inline void PrintTo(const QString& text, std::ostream* os) {
+    *os << '"' << qPrintable(text) << '"';
+}
 inline void PrintTo(const QStringList& list, std::ostream* os) {
     *os << '{' << qPrintable(list.join(QStringLiteral("|"))) << '}';
 }
 inline void PrintTo(const QRect& r, std::ostream* os) {
     *os << r.x() << ',' << r.y() << ' ' << r.width() << 'x' << r.height();
 }
-inline void PrintTo(const QSize& s, std::ostream* os) { *os << s.width() << 'x' << s.height(); }
+inline void PrintTo(const QSize& s, std::ostream* os) {
+    *os << s.width() << 'x' << s.height();
+}
 
 namespace dialogtest {
 
@@ -134,8 +138,8 @@ protected:
     QComboBox* colComboBox() const { return find<QComboBox>("colDimComboBox"); }
     QTableWidget* table() const { return find<QTableWidget>("slice2DTable"); }
 
-    // Opens the cell's editor by a double click, types the text and
-    // presses Return.
+    // Opens the cell's editor by a double click, selects and deletes what
+    // stands there, types the text and presses Return.
     void typeIntoCell(int row, int column, const QString& text) {
         QTableWidget* t = table();
         QTableWidgetItem* item = t->item(row, column);
@@ -149,8 +153,13 @@ protected:
                 editor = e;
         ASSERT_NE(editor, nullptr) << "no editor at " << row << "," << column;
         QTest::keyClick(editor, Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClick(editor, Qt::Key_Delete);
         QTest::keyClicks(editor, text);
         QTest::keyClick(editor, Qt::Key_Return);
+        // The delegate commits the text and closes its editor through a
+        // queued call, which a live event loop runs at once; run it here
+        // too, and delete the closed editor.
+        QCoreApplication::sendPostedEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
@@ -160,15 +169,15 @@ protected:
     }
 
     // The spin box of a dimension, by its object name such as "[i]SpinBox".
-    QSpinBox* spin(const QString& name) const {
-        return dlg->dialog->findChild<QSpinBox*>(name);
-    }
+    QSpinBox* spin(const QString& name) const { return dlg->dialog->findChild<QSpinBox*>(name); }
 
+    // Types a new value into a spin box and leaves it with Tab. Return would
+    // press the window's default button, OK, as in any dialog.
     static void typeIntoSpin(QSpinBox* box, int value) {
         box->setFocus();
         QTest::keyClick(box, Qt::Key_A, Qt::ControlModifier);
         QTest::keyClicks(box, QString::number(value));
-        QTest::keyClick(box, Qt::Key_Return);
+        QTest::keyClick(box, Qt::Key_Tab);
     }
 
     fake::Command* overlay() { return core.commands.command(OVERLAY); }
