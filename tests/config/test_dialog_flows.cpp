@@ -10,6 +10,12 @@ using namespace dialogtest;
 
 namespace {
 
+constexpr int ROW = ArrayLensConfigDialog::ROW_ROW;
+constexpr int COL = ArrayLensConfigDialog::COLUMN_ROW;
+constexpr int START = ArrayLensConfigDialog::START_COL;
+constexpr int END = ArrayLensConfigDialog::END_COL;
+constexpr int STRIDE = ArrayLensConfigDialog::STRIDE_COL;
+
 // The back end of the Data Table for a three-dimensional array: echoes the
 // slice it was asked for, or, for a request without one, picks the default
 // plane and spells its slice in the array's style.
@@ -138,26 +144,44 @@ TEST_F(DialogFlow, CArrayOfThreeDimensionsSlicedOnTheTablePage) {
     EXPECT_EQ(dlg->colCombo->currentIndex(), 2);
     EXPECT_EQ(dlg->tableSliceLabel->text(), "[0:0][0:4:1][0:5:1]");
 
-    // Rows on i, columns stay on k, j fixed at 3; rows 1 to 3 by 2.
-    choose(rowComboBox(), 0);
-    ASSERT_EQ(dlg->rowCombo->currentIndex(), 0);
-    EXPECT_EQ(cell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::END_COL), "3");
-    typeIntoCell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::START_COL, "1");
-    typeIntoCell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::END_COL, "3");
-    typeIntoCell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::STRIDE_COL, "2");
-    typeIntoCell(ArrayLensConfigDialog::COLUMN_ROW, ArrayLensConfigDialog::START_COL, "1");
+    // Columns on i, which opens from its fixed index to its full bounds.
+    choose(colComboBox(), 0);
+    ASSERT_EQ(dlg->colCombo->currentIndex(), 0);
+    EXPECT_EQ(cell(COL, START), "0");
+    EXPECT_EQ(cell(COL, END), "3");
+    EXPECT_EQ(cell(COL, STRIDE), "1");
+    // Rows on k, which keeps the range it had as the column.
+    choose(rowComboBox(), 2);
+    ASSERT_EQ(dlg->rowCombo->currentIndex(), 2);
+    EXPECT_EQ(cell(ROW, START), "0");
+    EXPECT_EQ(cell(ROW, END), "5");
+
+    // Rows 1 to 5 by 2, columns 1 to 3, j fixed at 3.
+    typeIntoCell(ROW, START, "1");
+    typeIntoCell(ROW, END, "5");
+    typeIntoCell(ROW, STRIDE, "2");
+    typeIntoCell(COL, START, "1");
+    typeIntoCell(COL, END, "3");
+    typeIntoCell(COL, STRIDE, "1");
     ASSERT_NE(spin("[j]SpinBox"), nullptr);
     ASSERT_TRUE(spin("[j]SpinBox")->isEnabled());
+    EXPECT_FALSE(spin("[i]SpinBox")->isEnabled());
+    EXPECT_FALSE(spin("[k]SpinBox")->isEnabled());
     typeIntoSpin(spin("[j]SpinBox"), 3);
+    ASSERT_TRUE(dlg->dialog->isVisible());
 
     const int before = backEnd->requests;
     click("ApplyButton");
-    const QString expected = "[1:3:2][3:3][1:5:1]";
+    // Dimension order of the array: i is the column line, j the fixed
+    // index, k the row line.
+    const QString expected = "[1:3:1][3:3][1:5:2]";
     ASSERT_NE(ui->currentConfig, nullptr);
     EXPECT_EQ(ui->currentConfig->slice, expected);
-    EXPECT_EQ(ui->currentConfig->rowDim, 0);
-    EXPECT_EQ(ui->currentConfig->colDim, 2);
+    EXPECT_EQ(ui->currentConfig->rowDim, 2);
+    EXPECT_EQ(ui->currentConfig->colDim, 0);
+    EXPECT_EQ(ui->currentConfig->otherDimIndexList.size(), 3);
     EXPECT_EQ(ui->currentConfig->otherDimIndexList.value(1), 3);
+    EXPECT_EQ(ui->currentConfig->dataPres, al_pres_automatic);
     EXPECT_EQ(ui->currentConfig->dataType, al_type_integer);
     // The overlay judges the free text slice of Statistics and Plots, which
     // still takes the whole array; with no filter and no cast the table's
@@ -169,19 +193,21 @@ TEST_F(DialogFlow, CArrayOfThreeDimensionsSlicedOnTheTablePage) {
     ASSERT_TRUE(fake::waitFor([&] {
         return backEnd->requests > before && lastRequestedSlice() == expected;
     })) << qPrintable(lastRequestedSlice());
-    EXPECT_EQ(lastTableRequest().value("RowDim").toInt(), 0);
-    EXPECT_EQ(lastTableRequest().value("ColDim").toInt(), 2);
+    EXPECT_EQ(lastTableRequest().value("RowDim").toInt(), 2);
+    EXPECT_EQ(lastTableRequest().value("ColDim").toInt(), 0);
     ASSERT_TRUE(fake::waitFor([&] { return dlg->tableSliceLabel->text() == expected; }))
         << qPrintable(dlg->tableSliceLabel->text());
     EXPECT_EQ(dlg->tableSlice, expected);
-    EXPECT_EQ(dlg->rowCombo->currentIndex(), 0);
-    EXPECT_EQ(dlg->colCombo->currentIndex(), 2);
-    EXPECT_EQ(cell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::START_COL), "1");
-    EXPECT_EQ(cell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::END_COL), "3");
-    EXPECT_EQ(cell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::STRIDE_COL), "2");
-    EXPECT_EQ(cell(ArrayLensConfigDialog::COLUMN_ROW, ArrayLensConfigDialog::START_COL), "1");
-    EXPECT_EQ(cell(ArrayLensConfigDialog::COLUMN_ROW, ArrayLensConfigDialog::END_COL), "5");
+    EXPECT_EQ(dlg->rowCombo->currentIndex(), 2);
+    EXPECT_EQ(dlg->colCombo->currentIndex(), 0);
+    EXPECT_EQ(cell(ROW, START), "1");
+    EXPECT_EQ(cell(ROW, END), "5");
+    EXPECT_EQ(cell(ROW, STRIDE), "2");
+    EXPECT_EQ(cell(COL, START), "1");
+    EXPECT_EQ(cell(COL, END), "3");
+    EXPECT_EQ(cell(COL, STRIDE), "1");
     EXPECT_EQ(spin("[j]SpinBox")->value(), 3);
+    EXPECT_TRUE(spin("[j]SpinBox")->isEnabled());
     EXPECT_TRUE(dlg->dialog->isVisible());
 }
 
@@ -195,43 +221,67 @@ TEST_F(DialogFlow, FortranArrayOfThreeDimensionsSlicedOnTheTablePage) {
     EXPECT_EQ(dlg->colCombo->currentIndex(), 1);
     EXPECT_EQ(dlg->tableSliceLabel->text(), "(1:4:1,1:5:1,1:1)");
 
-    // Columns on k (opened to its full bounds), j fixed at 3, rows 2 to 4 by 2.
-    choose(colComboBox(), 2);
-    ASSERT_EQ(dlg->colCombo->currentIndex(), 2);
-    EXPECT_EQ(cell(ArrayLensConfigDialog::COLUMN_ROW, ArrayLensConfigDialog::START_COL), "1");
-    EXPECT_EQ(cell(ArrayLensConfigDialog::COLUMN_ROW, ArrayLensConfigDialog::END_COL), "6");
-    typeIntoCell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::START_COL, "2");
-    typeIntoCell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::END_COL, "4");
-    typeIntoCell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::STRIDE_COL, "2");
+    // Rows on k, opened from its fixed index to its full bounds.
+    choose(rowComboBox(), 2);
+    ASSERT_EQ(dlg->rowCombo->currentIndex(), 2);
+    EXPECT_EQ(cell(ROW, START), "1");
+    EXPECT_EQ(cell(ROW, END), "6");
+    EXPECT_EQ(cell(ROW, STRIDE), "1");
+    // Columns on i, which keeps the range it had as the row.
+    choose(colComboBox(), 0);
+    ASSERT_EQ(dlg->colCombo->currentIndex(), 0);
+    EXPECT_EQ(cell(COL, START), "1");
+    EXPECT_EQ(cell(COL, END), "4");
+
+    // Rows 2 to 6 by 2, columns from 4 down to 1, j fixed at 3.
+    typeIntoCell(ROW, START, "2");
+    typeIntoCell(ROW, END, "6");
+    typeIntoCell(ROW, STRIDE, "2");
+    typeIntoCell(COL, START, "4");
+    typeIntoCell(COL, END, "1");
+    typeIntoCell(COL, STRIDE, "-1");
     ASSERT_NE(spin("(j)SpinBox"), nullptr);
+    ASSERT_TRUE(spin("(j)SpinBox")->isEnabled());
     typeIntoSpin(spin("(j)SpinBox"), 3);
 
     const int before = backEnd->requests;
     click("ApplyButton");
-    const QString expected = "(2:4:2,3:3,1:6:1)";
+    const QString expected = "(4:1:-1,3:3,2:6:2)";
     ASSERT_NE(ui->currentConfig, nullptr);
     EXPECT_EQ(ui->currentConfig->slice, expected);
-    EXPECT_EQ(ui->currentConfig->rowDim, 0);
-    EXPECT_EQ(ui->currentConfig->colDim, 2);
+    EXPECT_EQ(ui->currentConfig->rowDim, 2);
+    EXPECT_EQ(ui->currentConfig->colDim, 0);
+    EXPECT_EQ(ui->currentConfig->otherDimIndexList.size(), 3);
     EXPECT_EQ(ui->currentConfig->otherDimIndexList.value(1), 3);
+    EXPECT_EQ(ui->currentConfig->dataType, al_type_integer);
 
     ASSERT_TRUE(fake::waitFor([&] {
         return backEnd->requests > before && lastRequestedSlice() == expected;
     })) << qPrintable(lastRequestedSlice());
+    EXPECT_EQ(lastTableRequest().value("RowDim").toInt(), 2);
+    EXPECT_EQ(lastTableRequest().value("ColDim").toInt(), 0);
     ASSERT_TRUE(fake::waitFor([&] { return dlg->tableSliceLabel->text() == expected; }))
         << qPrintable(dlg->tableSliceLabel->text());
-    EXPECT_EQ(dlg->rowCombo->currentIndex(), 0);
-    EXPECT_EQ(dlg->colCombo->currentIndex(), 2);
-    EXPECT_EQ(cell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::START_COL), "2");
-    EXPECT_EQ(cell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::STRIDE_COL), "2");
-    EXPECT_EQ(cell(ArrayLensConfigDialog::COLUMN_ROW, ArrayLensConfigDialog::END_COL), "6");
+    EXPECT_EQ(dlg->rowCombo->currentIndex(), 2);
+    EXPECT_EQ(dlg->colCombo->currentIndex(), 0);
+    EXPECT_EQ(cell(ROW, START), "2");
+    EXPECT_EQ(cell(ROW, END), "6");
+    EXPECT_EQ(cell(ROW, STRIDE), "2");
+    EXPECT_EQ(cell(COL, START), "4");
+    EXPECT_EQ(cell(COL, END), "1");
+    EXPECT_EQ(cell(COL, STRIDE), "-1");
     EXPECT_EQ(spin("(j)SpinBox")->value(), 3);
 }
 
 TEST_F(DialogFlow, ThreeRefusalsOfTheTableCheckAppearOnTheMessagePage) {
-    enterArray("int [4][5][6]", "c", {"0:3", "0:4", "0:5"});
+    // Bounds below zero on i make the third refusal reachable in C.
+    enterArray("int [6][5][6]", "c", {"-2:3", "0:4", "0:5"});
     openBySettingsAction();
     ASSERT_TRUE(dlg->is2DSliceVisible());
+    ASSERT_EQ(dlg->rowCombo->currentIndex(), 1);
+    ASSERT_EQ(dlg->colCombo->currentIndex(), 2);
+    Config2DTable* shown = ui->currentConfig;
+    const int requests = backEnd->requests;
 
     // Same dimension twice.
     choose(colComboBox(), 1);
@@ -239,14 +289,28 @@ TEST_F(DialogFlow, ThreeRefusalsOfTheTableCheckAppearOnTheMessagePage) {
     EXPECT_EQ(ui->stack->currentIndex(), 0);
     EXPECT_EQ(shownMessage(), "Error: Table Row and Column dimensions are the same.\n"
                               "Select different array dimensions for rows and columns.");
-    choose(colComboBox(), 2);
+    EXPECT_TRUE(dlg->dialog->isVisible());
 
     // Outside the bounds.
-    typeIntoCell(ArrayLensConfigDialog::COLUMN_ROW, ArrayLensConfigDialog::END_COL, "6");
+    choose(colComboBox(), 2);
+    typeIntoCell(COL, END, "6");
     click("ApplyButton");
     EXPECT_EQ(ui->stack->currentIndex(), 0);
     EXPECT_EQ(shownMessage(), "Error: Slice Start and End values must be within the array bounds.");
     EXPECT_TRUE(dlg->dialog->isVisible());
+
+    // Within the bounds but below zero: rows on i open to its bounds -2:3.
+    typeIntoCell(COL, END, "5");
+    choose(rowComboBox(), 0);
+    ASSERT_EQ(cell(ROW, START), "-2");
+    click("ApplyButton");
+    EXPECT_EQ(ui->stack->currentIndex(), 0);
+    EXPECT_EQ(shownMessage(), "Error: Slice start and end values must be positive.");
+    EXPECT_TRUE(dlg->dialog->isVisible());
+
+    // None of them sent anything.
+    EXPECT_EQ(ui->currentConfig, shown);
+    EXPECT_EQ(backEnd->requests, requests);
 }
 
 TEST_F(DialogFlow, NegativeStartOfACArrayWithNegativeBoundsIsRefusedOnTheMessagePage) {
