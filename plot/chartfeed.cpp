@@ -6,6 +6,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QVariant>
 
 ChartFeed::ChartFeed(DataQObject* source) : QObject(source), source(source) {
     connect(source, &DataQObject::dataAvailable, this, &ChartFeed::sourceChanged);
@@ -40,6 +41,50 @@ QJsonDocument ChartFeed::dataJson() {
     return packed;
 }
 
+void ChartFeed::setDataJson(const QJsonDocument& document) {
+    source->setProperty("dataJson", QVariant::fromValue(document));
+}
+
+int ChartFeed::getWidth() {
+    return source->getWidth();
+}
+void ChartFeed::setWidth(int width) {
+    source->setWidth(width);
+}
+int ChartFeed::getHeight() {
+    return source->getHeight();
+}
+void ChartFeed::setHeight(int height) {
+    source->setHeight(height);
+}
+QString ChartFeed::getDisplayName() {
+    return source->getDisplayName();
+}
+void ChartFeed::setRank(int rank) {
+    source->setRank(rank);
+}
+void ChartFeed::setxDimension(int xDimension) {
+    source->setxDimension(xDimension);
+}
+void ChartFeed::setyDimension(int yDimension) {
+    source->setyDimension(yDimension);
+}
+void ChartFeed::setFortran(bool isFortran) {
+    source->setFortran(isFortran);
+}
+int ChartFeed::getRank() {
+    return source->getRank();
+}
+int ChartFeed::getxDimension() {
+    return source->getxDimension();
+}
+int ChartFeed::getyDimension() {
+    return source->getyDimension();
+}
+bool ChartFeed::isFortran() {
+    return source->isFortran();
+}
+
 QJsonValue ChartFeed::pack(const QJsonValue& value) {
     if (value.isObject()) {
         const QJsonObject in = value.toObject();
@@ -51,21 +96,24 @@ QJsonValue ChartFeed::pack(const QJsonValue& value) {
     if (!value.isArray())
         return value;
     const QJsonArray in = value.toArray();
-    bool numbers = !in.isEmpty();
-    for (const QJsonValue& v : in) {
-        if (!v.isDouble()) {
-            numbers = false;
-            break;
-        }
-    }
-    if (numbers) {
+    if (!in.isEmpty() && in.first().isDouble()) {
+        // One pass: the values go straight into the raw block, which is
+        // dropped at the first member that isn't a number.
         QByteArray raw(int(in.size() * sizeof(double)), Qt::Uninitialized);
         double* out = reinterpret_cast<double*>(raw.data());
-        for (const QJsonValue& v : in)
+        bool numbers = true;
+        for (const QJsonValue& v : in) {
+            if (!v.isDouble()) {
+                numbers = false;
+                break;
+            }
             *out++ = v.toDouble();
-        QJsonObject packedArray;
-        packedArray.insert(QStringLiteral("$f64"), QString::fromLatin1(raw.toBase64()));
-        return packedArray;
+        }
+        if (numbers) {
+            QJsonObject packedArray;
+            packedArray.insert(QStringLiteral("$f64"), QString::fromLatin1(raw.toBase64()));
+            return packedArray;
+        }
     }
     QJsonArray out;
     for (const QJsonValue& v : in)

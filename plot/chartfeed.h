@@ -18,7 +18,7 @@ class DataQObject;
 
 class ChartFeed : public QObject {
     Q_OBJECT
-    Q_PROPERTY(QJsonDocument dataJson READ dataJson NOTIFY dataAvailable)
+    Q_PROPERTY(QJsonDocument dataJson READ dataJson WRITE setDataJson NOTIFY dataAvailable)
 public:
     // A child of `source`; follows its dataAvailable().
     explicit ChartFeed(DataQObject* source);
@@ -26,6 +26,23 @@ public:
     // The packed form of the source's document, built when first asked for
     // after a change. Empty while withheld.
     QJsonDocument dataJson();
+    // A page's write goes to the source, which keeps plain documents.
+    void setDataJson(const QJsonDocument& document);
+
+    // The source's invokables, so that a page sees the whole data object.
+    Q_INVOKABLE int getWidth();
+    Q_INVOKABLE void setWidth(int width);
+    Q_INVOKABLE int getHeight();
+    Q_INVOKABLE void setHeight(int height);
+    Q_INVOKABLE QString getDisplayName();
+    Q_INVOKABLE void setRank(int rank);
+    Q_INVOKABLE void setxDimension(int xDimension);
+    Q_INVOKABLE void setyDimension(int yDimension);
+    Q_INVOKABLE void setFortran(bool isFortran);
+    Q_INVOKABLE int getRank();
+    Q_INVOKABLE int getxDimension();
+    Q_INVOKABLE int getyDimension();
+    Q_INVOKABLE bool isFortran();
 
     // A page that is loading reads nothing on its start but waits for the
     // signal, and the channel hands every published value to a new page: a

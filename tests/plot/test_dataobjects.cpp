@@ -224,3 +224,32 @@ TEST(ChartFeed, FollowsPropertyWritesOfTheDataObject) {
     EXPECT_EQ(unpackF64(line.channelObject()->dataJson().object().value("y")),
               (std::vector<double>{9, 8}));
 }
+
+TEST(ChartFeed, OffersTheDataObjectsInvokablesAndPassesWritesOn) {
+    SurfDataQObject surf;
+    ChartFeed* feed = surf.channelObject();
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "setRank", Q_ARG(int, 2)));
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "setxDimension", Q_ARG(int, 3)));
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "setyDimension", Q_ARG(int, 4)));
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "setWidth", Q_ARG(int, 50)));
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "setHeight", Q_ARG(int, 60)));
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "setFortran", Q_ARG(bool, true)));
+    EXPECT_EQ(surf.rank, 2);
+    EXPECT_EQ(surf.xDimension, 3);
+    EXPECT_EQ(surf.yDimension, 4);
+    EXPECT_EQ(surf.width, 50);
+    EXPECT_EQ(surf.height, 60);
+    EXPECT_TRUE(surf.isFortran());
+    int rank = 0;
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "getRank", Q_RETURN_ARG(int, rank)));
+    EXPECT_EQ(rank, 2);
+    bool fortran = false;
+    EXPECT_TRUE(QMetaObject::invokeMethod(feed, "isFortran", Q_RETURN_ARG(bool, fortran)));
+    EXPECT_TRUE(fortran);
+
+    QSignalSpy available(&surf, &DataQObject::dataAvailable);
+    const QJsonDocument doc(QJsonObject{{"z", QJsonArray{doubles({1, 2})}}});
+    EXPECT_TRUE(feed->setProperty("dataJson", QVariant::fromValue(doc)));
+    EXPECT_EQ(surf.dataJson, doc);
+    EXPECT_EQ(available.count(), 1);
+}

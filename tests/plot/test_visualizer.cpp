@@ -45,8 +45,12 @@ TEST(Visualizer, LineOf500000ValuesIsShown) {
     EXPECT_EQ(rig.errors.count(), 0);
     ASSERT_EQ(rig.successes.count(), 1);
     EXPECT_EQ(rig.viz.plotDataCount, 500000);
-    EXPECT_EQ(rig.viz.url().toString(), QStringLiteral("qrc:/arraylens/charts/plotly_line.html"));
+    // The web engine takes the address of a load at once but reports it as
+    // url() only once the navigation has started in the event loop.
+    EXPECT_EQ(rig.viz.page()->requestedUrl().toString(),
+              QStringLiteral("qrc:/arraylens/charts/plotly_line.html"));
     ASSERT_TRUE(rig.waitForData());
+    EXPECT_EQ(rig.viz.url().toString(), QStringLiteral("qrc:/arraylens/charts/plotly_line.html"));
     const QJsonObject doc = rig.viz.lineData->dataJson.object();
     EXPECT_EQ(doc.value("y").toArray().size(), 500000);
     EXPECT_EQ(doc.value("y").toArray().last().toDouble(), 499999.0);
@@ -64,7 +68,7 @@ TEST(Visualizer, LineOf500001ValuesIsRefusedWithTheLimitMessage) {
                              "display. \n Consider adding a stride value or slicing the array. "
                              "\n\n See the histogram plot for all values."));
     EXPECT_EQ(rig.viz.plotData, nullptr);
-    EXPECT_TRUE(rig.viz.url().isEmpty());
+    EXPECT_TRUE(rig.viz.page()->requestedUrl().isEmpty());
 }
 
 TEST(Visualizer, HistogramOf500001ValuesIsShown) {
@@ -92,7 +96,7 @@ TEST(Visualizer, OneDimensionalSurfaceShowsMessageAndStillReportsSuccess) {
     EXPECT_EQ(rig.successes.at(0).at(2).toString(), QStringLiteral("double [6]"));
     // Nothing loaded.
     EXPECT_EQ(rig.viz.plotData, nullptr);
-    EXPECT_TRUE(rig.viz.url().isEmpty());
+    EXPECT_TRUE(rig.viz.page()->requestedUrl().isEmpty());
     EXPECT_TRUE(rig.viz.surfData->dataJson.isNull());
 }
 
