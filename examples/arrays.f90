@@ -39,6 +39,12 @@ contains
         call ref_elem_r8('y', '(2,1)', y(2, 1))
         call ref_elem_r8('y', '(3,4)', y(3, 4))
         call ref_elem_r8('y', '(5,8)', y(5, 8))
+        ! A slice and a filter of the section, worked out here so that tests
+        ! of slicing and filtering compare with numbers of the program's own.
+        call ref_line('y_slice.slice=(2:4,1:8:3)')
+        call ref_real8('y_slice', 'y', reshape(y(2:4, 1:8:3), [9]), '2:4,1:8:3')
+        call ref_line('y_filter.filter=$value > 450')
+        call ref_real8('y_filter', 'y', pack(y, y > 450d0), '1:5,1:8')
         call arraylens_break(2) ! arraylens-break: section
     end subroutine
 end module sections

@@ -83,7 +83,10 @@ GdbDebugger::~GdbDebugger() {
     const auto open = open_.values();
     for (const OpenRequestPtr& request : open)
         complete(request, stoppedFields(request->request));
-    pool_.waitForDone();
+    // Workers may be waiting for gdb, whose answers are read by this
+    // thread's event loop: keep it turning until they are through.
+    while (!pool_.waitForDone(10))
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, 10);
 }
 
 void GdbDebugger::setContextManager(NQ::IContextManager* contexts) {
@@ -212,7 +215,10 @@ QFuture<QSharedPointer<QObject>> GdbDebugger::sendRequest(HVDWPRequest request) 
     }
 
     open_.insert(open.get(), open);
-    QPointer<GdbDebugger> self(this);
+    // Workers never outlive this object (its destructor waits for them), so
+    // they may post to it; an answer posted here and not yet delivered when
+    // it dies is dropped with it, while the application still runs.
+    GdbDebugger* self = this;
     auto cancel = cancel_;
     pool_.start([self, session, snapshot, open, cancel] {
         const quint64 generation = session->runGeneration();
@@ -220,10 +226,8 @@ QFuture<QSharedPointer<QObject>> GdbDebugger::sendRequest(HVDWPRequest request) 
         // The debuggee ran while we read: the numbers mix two states.
         if (session->runGeneration() != generation)
             fields = staleFields(snapshot);
-        onGuiThread([self, open, fields] {
-            if (self)
-                self->complete(open, fields);
-        });
+        QMetaObject::invokeMethod(
+            self, [self, open, fields] { self->complete(open, fields); }, Qt::QueuedConnection);
     });
     return result;
 }

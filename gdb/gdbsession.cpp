@@ -176,7 +176,7 @@ void GdbSession::kill() {
         return;
     // A debuggee that gdb started does not outlive it.
     const qint64 debuggee = pid_.load();
-    if (debuggee > 0 && localProcess_)
+    if (debuggee > 0 && localProcess_ && killDebuggee_)
         ::kill(pid_t(debuggee), SIGKILL);
     process_->kill();
     process_->waitForFinished(3000);
@@ -189,6 +189,11 @@ MiReplyPtr GdbSession::send(const QString& command, MiReply::Callback callback) 
     reply->callback_ = std::move(callback);
     if (QThread::currentThread() == thread()) {
         enqueue(reply);
+    } else if (!alive_) {
+        // Fails at once, without a round trip through the event loop.
+        reply->lost_ = true;
+        std::lock_guard<std::mutex> lock(reply->mutex_);
+        reply->finished_ = true;
     } else {
         QPointer<GdbSession> self(this);
         const bool queued = QMetaObject::invokeMethod(
@@ -320,7 +325,10 @@ void GdbSession::finish(const MiReplyPtr& reply) {
 void GdbSession::handleProcessGone() {
     if (!alive_.exchange(false))
         return;
-    pid_ = 0;
+    // A debuggee left behind by a gdb that died would stay stopped forever.
+    const qint64 debuggee = pid_.exchange(0);
+    if (debuggee > 0 && localProcess_ && killDebuggee_)
+        ::kill(pid_t(debuggee), SIGKILL);
     std::deque<MiReplyPtr> open;
     open.swap(queue_);
     if (inFlight_)

@@ -120,6 +120,10 @@ public:
     // Counter that moves on each time the debuggee runs: a request that saw
     // another value when it started is about data that has changed.
     quint64 runGeneration() const { return runGeneration_.load(); }
+    // gdb's own pid; 0 when it is not running.
+    qint64 gdbPid() const { return process_ && alive_ ? process_->processId() : 0; }
+    // A debuggee that gdb started dies with gdb; off for attached processes.
+    void setKillDebuggeeWithGdb(bool kill) { killDebuggee_ = kill; }
     // The pty the debuggee writes to (empty without one).
     QString inferiorTerminalPath() const { return ptyPath_; }
 
@@ -160,6 +164,7 @@ private:
     mutable std::mutex stateMutex_;
     QString stoppedThread_;
     bool localProcess_ = true;
+    bool killDebuggee_ = true;
     int ptyMaster_ = -1;
     QString ptyPath_;
     QSocketNotifier* ptyNotifier_ = nullptr;
