@@ -298,6 +298,7 @@ TEST_F(DialogFlow, ThreeRefusalsOfTheTableCheckAppearOnTheMessagePage) {
     EXPECT_EQ(ui->stack->currentIndex(), 0);
     EXPECT_EQ(shownMessage(), "Error: Slice Start and End values must be within the array bounds.");
     EXPECT_TRUE(dlg->dialog->isVisible());
+    EXPECT_EQ(cell(COL, END), "6") << "the user's values stay";
 
     // Within the bounds but below zero: rows on i open to its bounds -2:3.
     typeIntoCell(COL, END, "5");

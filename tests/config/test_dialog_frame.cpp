@@ -192,6 +192,44 @@ TEST_F(DialogFrame, DifferentActualTypeShowsTheActualTypeRow) {
     EXPECT_EQ(find<QLabel>("actualType")->text(), "int [8]");
 }
 
+TEST_F(DialogFrame, ActualTypeRowStaysWhenTheActualTypeMatchesTheType) {
+    fake::Expression* e = makeExpression("p", "int *", "c");
+    e->actualType = "int [8]";
+    makeCurrent(e, {"0:7"}, new Config2DTable(), 1);
+    openBySettingsAction();
+    ASSERT_FALSE(find<QLabel>("actualType")->isHidden());
+    // The next refresh reports the same text for both: the row is left as
+    // it stands, with the earlier text.
+    e->actualType = "int *";
+    view->updateConfigOptions(e);
+    EXPECT_FALSE(find<QLabel>("actualType")->isHidden());
+    EXPECT_FALSE(find<QLabel>("actualTypeLabel")->isHidden());
+    EXPECT_EQ(find<QLabel>("actualType")->text(), "int [8]");
+    // An empty actual type hides it.
+    e->actualType = "";
+    view->updateConfigOptions(e);
+    EXPECT_TRUE(find<QLabel>("actualType")->isHidden());
+    EXPECT_TRUE(find<QLabel>("actualTypeLabel")->isHidden());
+}
+
+TEST_F(DialogFrame, RefreshWritesTheFilterActionTip) {
+    fake::Expression* e = makeExpression("matrix", "int [3][4]", "c");
+    makeCurrent(e, {"0:2", "0:3"}, new Config2DTable(), 1);
+    openBySettingsAction();
+    QAction* action = view->toolBarFactory->filterAction;
+    ASSERT_NE(action, nullptr);
+    EXPECT_EQ(action->toolTip(), "Enable/disable filtering for array Statistics.");
+
+    ui->currentFilter = "$value > 1";
+    action->setChecked(true);
+    view->updateConfigOptions(e);
+    EXPECT_EQ(action->toolTip(), "Disable filtering for array Statistics.\nFilter: $value > 1");
+
+    action->setChecked(false);
+    view->updateConfigOptions(e);
+    EXPECT_EQ(action->toolTip(), "Enable filtering for array Statistics.\nFilter: $value > 1");
+}
+
 TEST_F(DialogFrame, LanguageNamesCppCAndUpcInAnyCaseGiveCStyle) {
     for (const char* language : {"C++", "c++", "C", "c", "UPC", "uPc"}) {
         fake::Expression* e = makeExpression("a", "int [2][2]", language);
@@ -427,10 +465,9 @@ TEST_F(DialogFrame, OtherElementTypesListOnlyAutomatic) {
 
 TEST_F(DialogFrame, ChosenFormatTravelsInTheAppliedConfiguration) {
     fake::Expression* e = makeExpression("a", "int [2][3]", "c");
-    makeCurrent(e, {"0:1", "0:2"},
-                new Config2DTable(0, 1, "[0:1:1][0:2:1]", al_pres_automatic, al_type_integer,
-                                  {0, 0}),
-                3);
+    makeCurrent(
+        e, {"0:1", "0:2"},
+        new Config2DTable(0, 1, "[0:1:1][0:2:1]", al_pres_automatic, al_type_integer, {0, 0}), 3);
     openBySettingsAction();
     choose(dlg->dataFormatCombo, 4);
     click("ApplyButton");
@@ -518,10 +555,10 @@ TEST_F(DialogFrame, ApplyWithChangedTypeCastsAndShowsOverlay) {
 
 TEST_F(DialogFrame, ChangingTheTypeAndApplyingSkipsTheTableCheck) {
     fake::Expression* e = makeExpression("cube", "int [4][5][6]", "c");
-    makeCurrent(e, {"0:3", "0:4", "0:5"},
-                new Config2DTable(1, 2, "[0:0][0:4:1][0:5:1]", al_pres_default, al_type_integer,
-                                  {0, 0, 0}),
-                3);
+    makeCurrent(
+        e, {"0:3", "0:4", "0:5"},
+        new Config2DTable(1, 2, "[0:0][0:4:1][0:5:1]", al_pres_default, al_type_integer, {0, 0, 0}),
+        3);
     openBySettingsAction();
     ASSERT_TRUE(dlg->is2DSliceVisible());
     typeIntoCell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::END_COL, "99");
@@ -549,10 +586,10 @@ TEST_F(DialogFrame, FilterIsSimplifiedAndWrittenBackAtApply) {
 
 TEST_F(DialogFrame, CancelPutsBackTheAppliedFilterAndEmptiesTheTablePage) {
     fake::Expression* e = makeExpression("cube", "int [4][5][6]", "c");
-    makeCurrent(e, {"0:3", "0:4", "0:5"},
-                new Config2DTable(1, 2, "[0:0][0:4:1][0:5:1]", al_pres_default, al_type_integer,
-                                  {0, 0, 0}),
-                3);
+    makeCurrent(
+        e, {"0:3", "0:4", "0:5"},
+        new Config2DTable(1, 2, "[0:0][0:4:1][0:5:1]", al_pres_default, al_type_integer, {0, 0, 0}),
+        3);
     openBySettingsAction();
     QTest::keyClicks(dlg->filterTextEdit, "$value < 5");
     click("ApplyButton");
@@ -569,10 +606,9 @@ TEST_F(DialogFrame, CancelPutsBackTheAppliedFilterAndEmptiesTheTablePage) {
 
 TEST_F(DialogFrame, ResetRestoresDeclaredTypeDefaultSliceFullBoundsAndAutomatic) {
     fake::Expression* e = makeExpression("cube", "int [4][5][6]", "c");
-    makeCurrent(e, {"0:3", "0:4", "0:5"},
-                new Config2DTable(1, 2, "[2:2][1:3:1][0:5:2]", al_pres_hex, al_type_integer,
-                                  {2, 0, 0}),
-                3);
+    makeCurrent(
+        e, {"0:3", "0:4", "0:5"},
+        new Config2DTable(1, 2, "[2:2][1:3:1][0:5:2]", al_pres_hex, al_type_integer, {2, 0, 0}), 3);
     ui->currentFilter = "$value > 0";
     openBySettingsAction();
     ASSERT_EQ(cell(ArrayLensConfigDialog::ROW_ROW, ArrayLensConfigDialog::START_COL), "1");
