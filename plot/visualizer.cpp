@@ -113,7 +113,12 @@ void Visualizer::handleVisualDataFinished() {
     if (!watcher)
         return;
 
-    VisEvaluateExpressionResponse response(watcher->future().result());
+    // A future cancelled by the host carries no answer; an empty bag then
+    // reads as an answer without values.
+    QSharedPointer<QObject> bag;
+    if (watcher->future().resultCount() > 0)
+        bag = watcher->future().resultAt(0);
+    VisEvaluateExpressionResponse response(bag);
     if (response.isErrorResult()) {
         const QString msg = response.getErrorMessage();
         emit visualizeError(QString::fromLatin1(FAILED_PREFIX) + msg);
