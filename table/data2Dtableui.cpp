@@ -681,11 +681,14 @@ void Data2DTableUI::handle2DTableFinished() {
             progressDialog->deleteLater();
             progressDialog = nullptr;
         }
+        // The success signal still follows: it hands the controller the
+        // configuration and whether the update was canceled. The request
+        // counts as open until that is done.
         Config2DTable* config = makeConfig();
-        requestPending = false;
-        updatePending = false;
         emit data2DTableSuccess(arrayName, responseSlice, actualType, responseFilter, config,
                                 canceled);
+        requestPending = false;
+        updatePending = false;
         return;
     }
 
@@ -693,9 +696,9 @@ void Data2DTableUI::handle2DTableFinished() {
         emit data2DTableError(QLatin1String(CANCELED_MSG));
         delete watcher;
         Config2DTable* config = makeConfig();
+        emit data2DTableSuccess(arrayName, responseSlice, actualType, responseFilter, config, true);
         requestPending = false;
         updatePending = false;
-        emit data2DTableSuccess(arrayName, responseSlice, actualType, responseFilter, config, true);
         return;
     }
 
@@ -761,8 +764,6 @@ bool Data2DTableUI::updateTable(ArrayData2DTableResponse response) {
     }
 
     int mark = 0;
-    int firstCol = 0;
-    int lastCol = -1;
     for (int i = 0; i < count; ++i) {
         const QVariantMap entry = elements.at(i).toMap();
         const int row = entry.value(QStringLiteral("row")).toInt();
@@ -771,10 +772,6 @@ bool Data2DTableUI::updateTable(ArrayData2DTableResponse response) {
         item->setFlags(item->flags() & ~Qt::ItemIsEditable);
         item->setTextAlignment(Qt::AlignRight);
         table->setItem(row, col, item);
-        if (i == 0 || col < firstCol)
-            firstCol = col;
-        if (i == 0 || col > lastCol)
-            lastCol = col;
         if (progressDialog) {
             if (progressDialog->wasCanceled())
                 break;
@@ -805,9 +802,15 @@ bool Data2DTableUI::updateTable(ArrayData2DTableResponse response) {
         resizeColumns = false;
     }
 
-    // The columns this answer filled fit their new contents.
-    for (int col = firstCol; col <= lastCol; ++col)
-        table->resizeColumnToContents(col);
+    // The columns this answer filled fit their new contents. The back end
+    // sends its elements row by row, so the first and the last element
+    // carry the answer's first and last column.
+    if (count > 0) {
+        const int firstCol = elements.first().toMap().value(QStringLiteral("col")).toInt();
+        const int lastCol = elements.last().toMap().value(QStringLiteral("col")).toInt();
+        for (int col = firstCol; col <= lastCol; ++col)
+            table->resizeColumnToContents(col);
+    }
     return true;
 }
 
