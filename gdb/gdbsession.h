@@ -115,6 +115,8 @@ public:
     QString stoppedThread() const;
     // Memory is read from the process directly: a local live debuggee.
     bool readsMemoryDirectly() const;
+    // A target that is stopped without a stop event (a core file).
+    void markStopped() { setTargetState(TargetState::Stopped); }
     // Set by the owner when the target is a core file or a remote one.
     void setTargetIsLocalProcess(bool local) { localProcess_ = local; }
     // Counter that moves on each time the debuggee runs: a request that saw

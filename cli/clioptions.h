@@ -1,0 +1,39 @@
+// The command line of arraylens-cli.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace arraylens::cli {
+
+enum class Command { Info, Stats, Table, Plot };
+
+struct Options {
+    Command command = Command::Stats;
+    QString expression;
+    QString slice;
+    QString filter;
+    int format = 8;
+    int rowDim = -1;
+    int colDim = -1;
+    // The table's viewport in table coordinates, inclusive.
+    int startRow = 0, endRow = 39;
+    int startCol = 0, endCol = 19;
+    QStringList breaks;
+    qint64 attachPid = 0;
+    QString core;
+    QString remote;
+    QString gdb = QStringLiteral("gdb");
+    bool timings = false;
+    // The program and its arguments (after "--").
+    QString program;
+    QStringList programArgs;
+};
+
+// Reads the arguments after the program's own name. False with `error`
+// set on bad usage.
+bool parseArguments(const QStringList& args, Options& options, QString& error);
+
+QString usage();
+
+} // namespace arraylens::cli

@@ -1,0 +1,220 @@
+// arraylens-cli: one array operation from a terminal. Runs the program to
+// its breakpoint (or attaches, or opens a core file, or connects to a
+// gdbserver), evaluates the expression in the innermost frame of the
+// stopped thread, sends the one request and prints the answer as JSON.
+#include "clioptions.h"
+#include "jsonwriter.h"
+
+#include "gdbdebugger.h"
+#include "gdbsession.h"
+
+#include "wire/arrayrecords.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTextStream>
+
+#include <cstdio>
+#include <memory>
+
+using namespace arraylens;
+
+namespace {
+
+// How long a program may take to reach its breakpoint, and gdb to answer.
+constexpr int kStopTimeoutMs = 600000;
+constexpr int kCommandTimeoutMs = 120000;
+
+class Timings {
+public:
+    explicit Timings(bool on) : on_(on) {
+        total_.start();
+        stage_.start();
+    }
+    void stage(const char* name) {
+        if (on_)
+            std::fprintf(stderr, "timing: %-18s %8.3f s\n", name, stage_.nsecsElapsed() / 1e9);
+        stage_.restart();
+    }
+    void total() {
+        if (on_)
+            std::fprintf(stderr, "timing: %-18s %8.3f s\n", "total", total_.nsecsElapsed() / 1e9);
+    }
+
+private:
+    bool on_;
+    QElapsedTimer total_, stage_;
+};
+
+int fail(const QString& message) {
+    std::fprintf(stderr, "arraylens-cli: %s\n", message.toLocal8Bit().constData());
+    return 1;
+}
+
+template <class Pred> bool waitFor(Pred done, int timeoutMs) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    }
+    return true;
+}
+
+// Runs an MI command and waits; false with `error` set when it fails.
+bool command(gdb::GdbSession& session, const QString& text, QString& error) {
+    auto reply = session.send(text);
+    if (!reply->waitProcessingEvents(kCommandTimeoutMs)) {
+        error = QStringLiteral("gdb did not answer '%1'.").arg(text);
+        return false;
+    }
+    if (reply->isError()) {
+        error = reply->errorMessage();
+        return false;
+    }
+    return true;
+}
+
+QString quoted(const QString& text) {
+    return QString::fromStdString(mi::quoteCString(text.toStdString()));
+}
+
+HVDWPRequest buildRequest(const cli::Options& o, IHVExpression* e) {
+    switch (o.command) {
+    case cli::Command::Info: {
+        ArrayInfoRequest r;
+        r.setFields(e);
+        return r;
+    }
+    case cli::Command::Stats: {
+        ArrayStatisticsRequest r;
+        r.setFields(e, o.slice, o.filter);
+        return r;
+    }
+    case cli::Command::Table: {
+        ArrayData2DTableRequest r;
+        r.setFocusFields(e);
+        r.setSlice(o.slice);
+        r.setOperationFields(e);
+        r.setRowDim(o.rowDim);
+        r.setColDim(o.colDim);
+        r.setDataFormat(o.format);
+        r.setFilter(o.filter);
+        r.setRequestViewport(true, o.startRow, o.endRow, o.startCol, o.endCol);
+        return r;
+    }
+    case cli::Command::Plot:
+        break;
+    }
+    VisEvaluateExpressionRequest r;
+    r.setFields(e, o.slice, o.filter);
+    return r;
+}
+
+int run(const cli::Options& o) {
+    Timings timings(o.timings);
+    gdb::GdbSession::Options sessionOptions;
+    sessionOptions.gdbPath = o.gdb;
+    gdb::GdbSession session(sessionOptions);
+    gdb::GdbDebugger debugger(&session);
+    QObject::connect(&session, &gdb::GdbSession::inferiorOutput, [](const QByteArray& bytes) {
+        // The program's own output goes to standard error, so that standard
+        // output holds the JSON alone.
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
+    });
+
+    QString error;
+    const bool started = o.attachPid == 0 && o.remote.isEmpty()
+                             ? session.start(o.program, o.programArgs, &error)
+                             : session.start(o.program, {}, &error);
+    if (!started)
+        return fail(error);
+    timings.stage("start gdb");
+
+    if (!o.core.isEmpty()) {
+        session.setTargetIsLocalProcess(false);
+        if (!command(session, QStringLiteral("-target-select core ") + quoted(o.core), error))
+            return fail(error);
+        session.markStopped();
+    } else if (o.attachPid > 0) {
+        session.setKillDebuggeeWithGdb(false);
+        if (!command(session, QStringLiteral("-target-attach %1").arg(o.attachPid), error))
+            return fail(error);
+        if (!waitFor([&] { return session.targetState() == gdb::GdbSession::TargetState::Stopped; },
+                     kCommandTimeoutMs))
+            return fail(QStringLiteral("The process did not stop after attaching."));
+    } else {
+        const bool remote = !o.remote.isEmpty();
+        if (remote) {
+            session.setTargetIsLocalProcess(false);
+            if (!command(session, QStringLiteral("-target-select remote ") + quoted(o.remote),
+                         error))
+                return fail(error);
+        }
+        const QStringList breaks =
+            o.breaks.isEmpty() ? QStringList{QStringLiteral("main")} : o.breaks;
+        for (const QString& location : breaks)
+            if (!command(session, QStringLiteral("-break-insert ") + quoted(location), error))
+                return fail(
+                    QStringLiteral("Cannot set a breakpoint at %1: %2").arg(location, error));
+        if (!command(session,
+                     remote ? QStringLiteral("-exec-continue") : QStringLiteral("-exec-run"),
+                     error))
+            return fail(error);
+        if (!waitFor(
+                [&] {
+                    const auto s = session.targetState();
+                    return s == gdb::GdbSession::TargetState::Stopped ||
+                           s == gdb::GdbSession::TargetState::Exited || !session.isAlive();
+                },
+                kStopTimeoutMs))
+            return fail(QStringLiteral("The program did not reach a breakpoint in time."));
+    }
+    timings.stage("run to breakpoint");
+
+    std::unique_ptr<IHVExpression> expression(debugger.createExpression(o.expression));
+    auto evaluation = expression->evaluate(debugger.currentFrame());
+    waitFor([&] { return evaluation.isFinished(); }, kCommandTimeoutMs);
+    timings.stage("evaluate");
+
+    auto future = debugger.sendRequest(buildRequest(o, expression.get()));
+    waitFor([&] { return future.isFinished(); }, kStopTimeoutMs);
+    if (!future.isFinished())
+        return fail(QStringLiteral("No answer in time."));
+    const QSharedPointer<QObject> bag = future.result();
+    timings.stage("request");
+
+    const QByteArray json = cli::bagToJson(bag.data());
+    std::fwrite(json.constData(), 1, size_t(json.size()), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+    timings.stage("print");
+
+    const QString result = bag->property("result").toString();
+    int status = 0;
+    if (result == QLatin1String("error")) {
+        status = fail(bag->property("msg").toString());
+    } else if (result == QLatin1String("exit")) {
+        status = fail(QStringLiteral("The program is not running (it has exited)."));
+    }
+    if (o.attachPid > 0)
+        command(session, QStringLiteral("-target-detach"), error);
+    session.kill();
+    timings.total();
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    cli::Options options;
+    QString error;
+    if (!cli::parseArguments(app.arguments().mid(1), options, error)) {
+        std::fprintf(stderr, "arraylens-cli: %s\n%s", error.toLocal8Bit().constData(),
+                     cli::usage().toLocal8Bit().constData());
+        return 2;
+    }
+    return run(options);
+}
