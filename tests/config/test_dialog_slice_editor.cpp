@@ -125,9 +125,9 @@ TEST_F(SliceEditor, SpinBoxesAreNamedAfterTheirDimensionAndLimitedToItsBounds) {
 }
 
 TEST_F(SliceEditor, FortranSpinBoxesUseParenthesesAndStartAtOne) {
-    openOn("integer(4,5,6)", "fortran", {"1:4", "1:5", "1:6"},
-           new Config2DTable(0, 1, "(1:4:1,1:5:1,3:3)", al_pres_default, al_type_integer,
-                             {1, 1, 3}));
+    openOn(
+        "integer(4,5,6)", "fortran", {"1:4", "1:5", "1:6"},
+        new Config2DTable(0, 1, "(1:4:1,1:5:1,3:3)", al_pres_default, al_type_integer, {1, 1, 3}));
     QSpinBox* k = spin("(k)SpinBox");
     ASSERT_NE(k, nullptr);
     EXPECT_EQ(dlg->spinBoxes->at(2)->label()->text(), "(k):");
@@ -140,9 +140,9 @@ TEST_F(SliceEditor, FortranSpinBoxesUseParenthesesAndStartAtOne) {
 }
 
 TEST_F(SliceEditor, TableAnswerFillsBothLines) {
-    openOn("int [4][5][6]", "c", {"0:3", "0:4", "0:5"},
-           new Config2DTable(1, 2, "[2:2][1:4:2][0:5]", al_pres_default, al_type_integer,
-                             {2, 0, 0}));
+    openOn(
+        "int [4][5][6]", "c", {"0:3", "0:4", "0:5"},
+        new Config2DTable(1, 2, "[2:2][1:4:2][0:5]", al_pres_default, al_type_integer, {2, 0, 0}));
     EXPECT_EQ(dlg->rowCombo->currentIndex(), 1);
     EXPECT_EQ(dlg->colCombo->currentIndex(), 2);
     EXPECT_EQ(cell(ROW, START), "1");
@@ -193,6 +193,8 @@ TEST_F(SliceEditor, TwoDimensionalFortranArrayWritesOneParenthesisedGroup) {
            new Config2DTable(0, 1, "(1:3:1,2:4:2)", al_pres_default, al_type_integer, {1, 1}));
     EXPECT_TRUE(dlg->spinBoxes->isEmpty());
     EXPECT_TRUE(dlg->otherDimsFrame->isHidden());
+    EXPECT_TRUE(dlg->otherDimsLabel->isHidden());
+    EXPECT_TRUE(dlg->otherDimsHelpLabel->isHidden());
     typeIntoCell(COL, START, "1");
     click("ApplyButton");
     ASSERT_TRUE(errors.isEmpty()) << qPrintable(errors.join("|"));
@@ -388,10 +390,10 @@ TEST_F(SliceEditor, RefusalReEnablesTheSliceWidgets) {
 
 TEST_F(SliceEditor, UsingTheTableSliceForStatsAppliesItAndSetsTheFlag) {
     fake::Expression* e = makeExpression("arr", "int [4][5][6]", "c");
-    makeCurrent(e, {"0:3", "0:4", "0:5"},
-                new Config2DTable(1, 2, "[2:2][0:4:1][0:5:1]", al_pres_default, al_type_integer,
-                                  {2, 0, 0}),
-                1);
+    makeCurrent(
+        e, {"0:3", "0:4", "0:5"},
+        new Config2DTable(1, 2, "[2:2][0:4:1][0:5:1]", al_pres_default, al_type_integer, {2, 0, 0}),
+        1);
     ui->currentSlice2dTable = "[2:2][0:4:1][0:5:1]";
     openBySettingsAction();
     ASSERT_FALSE(dlg->is2DSliceVisible());
