@@ -54,14 +54,18 @@ void HistDataQObject::setData(double* data, int count, int width, int height,
     endData(object);
 }
 
-void SurfDataQObject::setData(double* data, int /*count*/, int width, int height,
+void SurfDataQObject::setData(double* data, int count, int width, int height,
                               const QString& displayName) {
     beginData(width, height, displayName);
     // The back end's rows and columns describe the values; the flat block is
     // always read row by row. A Fortran array's axes count from 1, with
     // columns along x and rows along y.
-    const int rows = xDimension;
+    int rows = xDimension;
     const int cols = yDimension;
+    // Rows and columns that promise more values than there are would read
+    // past the block: only the whole rows that are there are drawn.
+    if (cols > 0 && qint64(rows) * cols > qint64(count))
+        rows = count > 0 ? count / cols : 0;
     QJsonArray x;
     QJsonArray y;
     QJsonArray z;

@@ -253,3 +253,15 @@ TEST(ChartFeed, OffersTheDataObjectsInvokablesAndPassesWritesOn) {
     EXPECT_EQ(surf.dataJson, doc);
     EXPECT_EQ(available.count(), 1);
 }
+
+TEST(DataObjects, SurfaceReadsNoFurtherThanItsValuesWhenRowsAndColumnsPromiseMore) {
+    SurfDataQObject surf;
+    surf.setxDimension(3);
+    surf.setyDimension(2);
+    double values[] = {1, 2, 3, 4, 5};
+    surf.setData(values, 5, 10, 10, QString());
+    EXPECT_EQ(surf.dataJson.object().value("z").toArray(),
+              (QJsonArray{doubles({1, 2}), doubles({3, 4})}));
+    EXPECT_EQ(surf.dataJson.object().value("x").toArray(),
+              (QJsonArray{ints({0, 0}), ints({1, 1})}));
+}
