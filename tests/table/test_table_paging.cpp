@@ -1,6 +1,7 @@
 // The Data Table's paging: which cells a request names, how scrolls and
 // resizes turn into requests, how answers that arrive late are dealt with,
 // and the progress dialog of large answers.
+#include "statistics/objecttracker.h"
 #include "tablehelpers.h"
 
 #include <QAbstractItemModel>
@@ -228,10 +229,21 @@ TEST(TablePaging, CancelingTheFillShowsCanceledAndKeepsTheCellsStoredSoFar) {
     const QString sliceBefore = t.table.currentSlice;
     // The user presses Cancel when 500 cells are in.
     int stored = 0;
+    QString labelWhileFilling;
+    int maximumWhileFilling = -1;
     QObject::connect(t.widget()->model(), &QAbstractItemModel::dataChanged, [&] {
-        if (++stored == 500 && t.table.progressDialog)
+        if (++stored == 500 && t.table.progressDialog) {
+            labelWhileFilling = t.table.progressDialog->labelText();
+            maximumWhileFilling = t.table.progressDialog->maximum();
             t.table.progressDialog->cancel();
+        }
     });
+    QString labelWhileColumns;
+    QObject::connect(t.widget()->model(), &QAbstractItemModel::headerDataChanged,
+                     [&](Qt::Orientation orientation, int first) {
+                         if (orientation == Qt::Horizontal && first == 1 && t.table.progressDialog)
+                             labelWhileColumns = t.table.progressDialog->labelText();
+                     });
     t.table.showData2DTable(t.expression, nullptr, QString(), QString());
     ASSERT_TRUE(fake::waitFor([&] { return !t.reported.successes.isEmpty(); }));
     EXPECT_EQ(t.reported.order, (QStringList{"error", "success"}));
@@ -244,6 +256,9 @@ TEST(TablePaging, CancelingTheFillShowsCanceledAndKeepsTheCellsStoredSoFar) {
     EXPECT_FALSE(t.table.requestPending);
     EXPECT_FALSE(t.table.updatePending);
     EXPECT_EQ(t.table.progressDialog, nullptr);
+    EXPECT_EQ(labelWhileColumns, "Setting up 200 columns in the Data Table.");
+    EXPECT_EQ(labelWhileFilling, "Formatting 3000 array elements for the Data Table.");
+    EXPECT_EQ(maximumWhileFilling, 3000);
 }
 
 TEST(TablePaging, CancelingDuringTheRowLabelsStoresNoItemKeepsTheLabelsAndTheSlice) {
@@ -447,4 +462,49 @@ TEST(TablePaging, AnEmptyElementListIsNoFailure) {
     EXPECT_EQ(t.reported.order, QStringList{"success"});
     EXPECT_EQ(t.widget()->rowCount(), 10);
     EXPECT_EQ(tabletest::itemCount(t.widget(), 10, 10), 0);
+}
+
+TEST(TablePaging, AtTheRightEndWithWidthsUnchangedTheBarIsNudgedByFiveAndSetBack) {
+    TableRig t(40, 300);
+    ASSERT_TRUE(t.showFirst());
+    ASSERT_TRUE(t.idle());
+    QScrollBar* bar = t.hbar();
+    bar->setValue(bar->maximum());
+    ASSERT_TRUE(fake::waitFor([&] { return t.tableRequests() == 2; }));
+    ASSERT_TRUE(t.idle());
+    ASSERT_TRUE(t.table.pinnedRight);
+    // The same place once more: the answer leaves the widths as they are,
+    // so the bar still stands at its maximum when the answer is in.
+    const int maximum = bar->maximum();
+    QList<int> values;
+    QObject::connect(bar, &QScrollBar::valueChanged, [&](int v) { values << v; });
+    t.table.updateViewportData();
+    ASSERT_TRUE(fake::waitFor([&] { return t.tableRequests() == 3; }));
+    ASSERT_TRUE(t.idle());
+    ASSERT_EQ(bar->maximum(), maximum);
+    EXPECT_EQ(values, (QList<int>{maximum - 5, maximum}));
+    EXPECT_EQ(bar->value(), maximum);
+    EXPECT_TRUE(t.table.pinnedRight);
+    // The nudge came while the request was still open: no further request.
+    t.settle(300);
+    EXPECT_EQ(t.tableRequests(), 3);
+}
+
+TEST(TablePaging, EveryRequestWatcherIsDeletedByTheSlotThatHandlesIt) {
+    TableRig t(1000, 100);
+    ASSERT_TRUE(t.showFirst());
+    ASSERT_TRUE(t.idle());
+    // Made only now: the tracker must not see the web view's own threads
+    // at work while the view is built.
+    tracking::ObjectTracker tracker;
+    t.r.debugger().hold(rig::TABLE_REQUEST);
+    t.vbar()->setValue(500);
+    ASSERT_TRUE(fake::waitFor([&] { return t.tableRequests() == 2; }));
+    EXPECT_EQ(tracker.liveOf<Data2DTableWatcher>().size(), 1);
+    t.r.debugger().hold(rig::TABLE_REQUEST, false);
+    t.r.debugger().answerHeldWithResponder();
+    ASSERT_TRUE(t.idle());
+    EXPECT_TRUE(tracker.liveOf<Data2DTableWatcher>().isEmpty());
+    // The answer was laid in: the watcher went only after its answer did.
+    EXPECT_EQ(cell(t.widget(), 500, 0), "500.0");
 }

@@ -258,3 +258,13 @@ TEST(TableSetup, ArrayInformationErrorsKeepOrDropTheFailedPrefixByTheWordCancel)
     EXPECT_FALSE(t.table.requestPending);
     EXPECT_EQ(t.tableRequests(), 0);
 }
+
+TEST(TableSetup, ARemoteClientNotYetConnectedNamesTheProgressDialogAfterTheRemoteClient) {
+    rig::Rig r;
+    r.core.corePlugin.remoteClient = true;
+    Data2DTableUI remote(r.view, nullptr);
+    EXPECT_EQ(remote.productName, "Halvane Remote Client");
+    r.connectDebugger();
+    Data2DTableUI connected(r.view, nullptr);
+    EXPECT_EQ(connected.productName, "Halvane");
+}
