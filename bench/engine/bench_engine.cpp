@@ -1,0 +1,227 @@
+// Speed of the engine against the floor of the same machine in the same run:
+// statistics over 2^26 doubles against one plain pass that sums the same
+// memory, and the process reader against memcpy of the same bytes. Each
+// engine benchmark reports its time over the baseline's as "x_baseline".
+#include "arraylens/arraylens.h"
+#include "arraylens/parallel.h"
+#include "arraylens/slice.h"
+#include "arraylens/walk.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <random>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace arraylens;
+
+namespace {
+
+constexpr std::size_t kCount = std::size_t(1) << 26; // 512 MiB of doubles
+constexpr std::size_t kChunk = 256 * 1024;
+
+const std::vector<double>& data() {
+    static const std::vector<double> v = [] {
+        std::vector<double> d(kCount);
+        std::mt19937_64 rng(1);
+        std::normal_distribution<double> normal(0.0, 1.0);
+        for (double& x : d)
+            x = normal(rng);
+        return d;
+    }();
+    return v;
+}
+
+ArrayDescriptor descriptor(std::uint64_t address) {
+    return ArrayDescriptor::cArray(ElementKind::Double, address,
+                                   {static_cast<std::int64_t>(kCount)});
+}
+
+double seconds(std::chrono::steady_clock::duration d) {
+    return std::chrono::duration<double>(d).count();
+}
+
+// Sums the array once, split over `threads` threads.
+double plainSum(const double* p, std::size_t n, int threads) {
+    std::vector<double> partial(static_cast<std::size_t>(threads), 0.0);
+    runOnThreads(threads, [&](int t) {
+        const std::size_t begin =
+            n * static_cast<std::size_t>(t) / static_cast<std::size_t>(threads);
+        const std::size_t end =
+            n * static_cast<std::size_t>(t + 1) / static_cast<std::size_t>(threads);
+        double s[4] = {0, 0, 0, 0};
+        std::size_t i = begin;
+        for (; i + 4 <= end; i += 4)
+            for (int k = 0; k < 4; ++k)
+                s[k] += p[i + static_cast<std::size_t>(k)];
+        for (; i < end; ++i)
+            s[0] += p[i];
+        partial[static_cast<std::size_t>(t)] = (s[0] + s[1]) + (s[2] + s[3]);
+    });
+    double total = 0;
+    for (double x : partial)
+        total += x;
+    return total;
+}
+
+// Best of a few runs of the plain pass, measured in this process.
+double baselineSeconds(int threads) {
+    static double cached[3] = {0, 0, 0};
+    double& best = cached[threads];
+    if (best > 0)
+        return best;
+    best = 1e9;
+    for (int r = 0; r < 5; ++r) {
+        auto t0 = std::chrono::steady_clock::now();
+        benchmark::DoNotOptimize(plainSum(data().data(), kCount, threads));
+        best = std::min(best, seconds(std::chrono::steady_clock::now() - t0));
+    }
+    return best;
+}
+
+// Copies the array chunk by chunk into a reused buffer per thread.
+double memcpySeconds(int threads) {
+    static double cached[3] = {0, 0, 0};
+    double& best = cached[threads];
+    if (best > 0)
+        return best;
+    best = 1e9;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(data().data());
+    const std::size_t total = kCount * sizeof(double);
+    for (int r = 0; r < 5; ++r) {
+        auto t0 = std::chrono::steady_clock::now();
+        std::atomic<std::size_t> next{0};
+        runOnThreads(threads, [&](int) {
+            std::vector<unsigned char> buf(kChunk);
+            for (;;) {
+                const std::size_t at = next.fetch_add(kChunk);
+                if (at >= total)
+                    return;
+                std::memcpy(buf.data(), bytes + at, std::min(kChunk, total - at));
+                benchmark::DoNotOptimize(buf.data());
+            }
+        });
+        best = std::min(best, seconds(std::chrono::steady_clock::now() - t0));
+    }
+    return best;
+}
+
+void reportRatio(benchmark::State& state, double total, double baseline) {
+    const double perIteration = total / static_cast<double>(state.iterations());
+    state.counters["x_baseline"] = perIteration / baseline;
+    state.counters["baseline_s"] = baseline;
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(kCount * sizeof(double)));
+}
+
+void BM_PlainSum(benchmark::State& state) {
+    const int threads = static_cast<int>(state.range(0));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(plainSum(data().data(), kCount, threads));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(kCount * sizeof(double)));
+}
+BENCHMARK(BM_PlainSum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// All 16 statistics, exact quartiles included, on two threads; the ratio is
+// against the plain pass on two threads.
+void BM_Statistics(benchmark::State& state, const char* slice, const char* filter) {
+    const std::vector<double>& d = data();
+    const double baseline = baselineSeconds(2);
+    BufferReader reader(d.data(), d.size() * sizeof(double));
+    const ArrayDescriptor a = descriptor(reinterpret_cast<std::uintptr_t>(d.data()));
+    StatisticsOptions o = StatisticsOptions::Defaults();
+    o.threads = 2;
+    double total = 0;
+    unsigned passes = 0;
+    for (auto _ : state) {
+        auto t0 = std::chrono::steady_clock::now();
+        Result<Statistics> s = computeStatistics(a, reader, slice, filter, o);
+        total += seconds(std::chrono::steady_clock::now() - t0);
+        if (!s.ok()) {
+            state.SkipWithError(s.message().c_str());
+            return;
+        }
+        passes = s->passes;
+        benchmark::DoNotOptimize(s->median);
+    }
+    reportRatio(state, total, baseline);
+    state.counters["passes"] = passes;
+}
+BENCHMARK_CAPTURE(BM_Statistics, whole, "", "")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Statistics, filtered, "", "$value > -1 && $value != $nan")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// A child process holds a copy of the array; the parent reads it by pid.
+class ChildCopy {
+public:
+    ChildCopy() {
+        data();
+        int done[2];
+        if (::pipe(done) != 0)
+            return;
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::close(done[1]);
+            char c;
+            ssize_t r = ::read(done[0], &c, 1);
+            ::_exit(r >= 0 ? 0 : 1);
+        }
+        ::close(done[0]);
+        done_ = done[1];
+    }
+    ~ChildCopy() {
+        ::close(done_);
+        int status = 0;
+        if (pid_ > 0)
+            ::waitpid(pid_, &status, 0);
+    }
+    pid_t pid() const { return pid_; }
+
+private:
+    pid_t pid_ = -1;
+    int done_ = -1;
+};
+
+// The engine's read path: every tile of the whole array read from the child
+// on two threads into reused buffers; the ratio is against memcpy of the
+// same bytes in the same chunks on two threads.
+void BM_ProcessReader(benchmark::State& state, ProcessReader::Method method) {
+    const double baseline = memcpySeconds(2);
+    ChildCopy child;
+    ProcessReader reader(child.pid(), method);
+    const ArrayDescriptor a = descriptor(reinterpret_cast<std::uintptr_t>(data().data()));
+    const Slice whole = parseSlice("", a).value();
+    const TilePlan plan(layoutOf(a, whole.dims), kChunk);
+    double total = 0;
+    for (auto _ : state) {
+        auto t0 = std::chrono::steady_clock::now();
+        Status s = forEachTile(plan, reader, 2, [](int, std::uint64_t, const TileView& v) {
+            benchmark::DoNotOptimize(v.runs.data());
+            return Status::Ok();
+        });
+        total += seconds(std::chrono::steady_clock::now() - t0);
+        if (!s.ok()) {
+            state.SkipWithError(s.message().c_str());
+            return;
+        }
+    }
+    if (reader.method() != method)
+        state.SkipWithError("the reader fell back to another method");
+    reportRatio(state, total, baseline);
+}
+BENCHMARK_CAPTURE(BM_ProcessReader, process_vm_readv, ProcessReader::Method::VmReadv)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(BM_ProcessReader, proc_pid_mem, ProcessReader::Method::ProcMem)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+} // namespace
+
+BENCHMARK_MAIN();
