@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <termios.h>
@@ -38,6 +39,20 @@ bool MiReply::waitProcessingEvents(int timeoutMs) const {
             wait(1);
     }
     return true;
+}
+
+// With ARRAYLENS_MI_TRACE set, every MI line in and out goes to standard
+// error with the milliseconds since the first one: for finding slow commands.
+void traceMi(const char* direction, const QByteArray& line) {
+    static const bool on = qEnvironmentVariableIsSet("ARRAYLENS_MI_TRACE");
+    if (!on)
+        return;
+    static QElapsedTimer clock;
+    if (!clock.isValid())
+        clock.start();
+    std::fprintf(stderr, "[mi %8lld] %s%s", clock.elapsed(), direction, line.left(300).constData());
+    if (line.size() > 300)
+        std::fputc('\n', stderr);
 }
 
 bool MiReply::isFinished() const {
@@ -235,6 +250,7 @@ void GdbSession::writeNext() {
     line.replace('\n', ' ');
     line.replace('\r', ' ');
     line.append('\n');
+    traceMi("> ", line);
     process_->write(line);
 }
 
@@ -252,6 +268,7 @@ void GdbSession::readOutput() {
 }
 
 void GdbSession::handleLine(const QByteArray& line) {
+    traceMi("< ", line + '\n');
     const mi::Record record =
         mi::parseLine(std::string_view(line.constData(), size_t(line.size())));
     switch (record.kind) {

@@ -168,8 +168,33 @@ QString parenthesised(const QString& expression) {
     return QLatin1Char('(') + expression + QLatin1Char(')');
 }
 
+std::optional<QString> repeatOperand(const QString& expression) {
+    int depth = 0;
+    QChar quote;
+    for (int i = 0; i < expression.size(); ++i) {
+        const QChar c = expression[i];
+        if (!quote.isNull()) {
+            if (c == QLatin1Char('\\'))
+                ++i;
+            else if (c == quote)
+                quote = QChar();
+            continue;
+        }
+        if (c == QLatin1Char('"') || c == QLatin1Char('\''))
+            quote = c;
+        else if (c == QLatin1Char('(') || c == QLatin1Char('['))
+            ++depth;
+        else if (c == QLatin1Char(')') || c == QLatin1Char(']'))
+            --depth;
+        else if (c == QLatin1Char('@') && depth == 0)
+            return expression.left(i).trimmed();
+    }
+    return std::nullopt;
+}
+
 QString elementExpression(const QString& expression, const QVector<qint64>& index, bool fortran) {
-    QString out = parenthesised(expression);
+    const auto operand = fortran ? std::nullopt : repeatOperand(expression);
+    QString out = operand ? QStringLiteral("(&(%1))").arg(*operand) : parenthesised(expression);
     if (fortran) {
         QStringList parts;
         for (qint64 i : index)

@@ -52,7 +52,15 @@ QString typeFromWhatis(const QString& consoleText);
 // taken without binding to a neighbouring operator.
 QString parenthesised(const QString& expression);
 
+// The left operand of a gdb artificial array (`*p@100` gives `*p`), or
+// nothing when the expression has no `@` outside brackets, parentheses and
+// quotes.
+std::optional<QString> repeatOperand(const QString& expression);
+
 // An element of the array by index list: C `(E)[0][1]`, Fortran `(E)(0,-2)`.
+// For an artificial array `L@N` the element is `(&(L))[i]...`: gdb reads the
+// whole of `L@N` whenever it evaluates it, even to take an address, while a
+// pointer to its first element costs nothing.
 QString elementExpression(const QString& expression, const QVector<qint64>& index, bool fortran);
 
 // The reinterpreting cast that makes `expression` show as type `type`:

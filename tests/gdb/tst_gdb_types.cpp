@@ -94,7 +94,14 @@ TEST(GdbAnswers, LanguageAddressAndType) {
 
 TEST(Expressions, ElementsAndCasts) {
     EXPECT_EQ(elementExpression(QStringLiteral("*p@100"), {3}, false),
-              QStringLiteral("(*p@100)[3]"));
+              QStringLiteral("(&(*p))[3]"));
+    EXPECT_EQ(elementExpression(QStringLiteral("grid[1]@3"), {2, 4}, false),
+              QStringLiteral("(&(grid[1]))[2][4]"));
+    EXPECT_EQ(elementExpression(QStringLiteral("grid"), {2, 4}, false),
+              QStringLiteral("(grid)[2][4]"));
+    EXPECT_EQ(repeatOperand(QStringLiteral("p[0]@100")), QStringLiteral("p[0]"));
+    EXPECT_EQ(repeatOperand(QStringLiteral("f(\"a@b\")")), std::nullopt);
+    EXPECT_EQ(repeatOperand(QStringLiteral("a[(b@2)[0]]")), std::nullopt);
     EXPECT_EQ(elementExpression(QStringLiteral("x"), {0, -2}, true), QStringLiteral("(x)(0,-2)"));
     EXPECT_EQ(reinterpretCast(QStringLiteral("p"), QStringLiteral("double[1000]"), false, {}),
               QStringLiteral("*(double(*)[1000])(p)"));
