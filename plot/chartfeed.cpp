@@ -30,7 +30,9 @@ QJsonDocument ChartFeed::dataJson() {
         return QJsonDocument();
     if (stale) {
         const QJsonDocument& doc = source->dataJson;
-        if (doc.isArray())
+        if (!source->packedJson().isNull())
+            packed = source->packedJson();
+        else if (doc.isArray())
             packed = QJsonDocument(pack(doc.array()).toArray());
         else if (doc.isObject())
             packed = QJsonDocument(pack(doc.object()).toObject());
@@ -85,6 +87,16 @@ bool ChartFeed::isFortran() {
     return source->isFortran();
 }
 
+QJsonValue ChartFeed::packDoubles(const double* values, int count) {
+    if (count <= 0)
+        return QJsonArray();
+    const QByteArray raw =
+        QByteArray::fromRawData(reinterpret_cast<const char*>(values), int(count * sizeof(double)));
+    QJsonObject packedArray;
+    packedArray.insert(QStringLiteral("$f64"), QString::fromLatin1(raw.toBase64()));
+    return packedArray;
+}
+
 QJsonValue ChartFeed::pack(const QJsonValue& value) {
     if (value.isObject()) {
         const QJsonObject in = value.toObject();
@@ -109,11 +121,8 @@ QJsonValue ChartFeed::pack(const QJsonValue& value) {
             }
             *out++ = v.toDouble();
         }
-        if (numbers) {
-            QJsonObject packedArray;
-            packedArray.insert(QStringLiteral("$f64"), QString::fromLatin1(raw.toBase64()));
-            return packedArray;
-        }
+        if (numbers)
+            return packDoubles(reinterpret_cast<const double*>(raw.constData()), int(in.size()));
     }
     QJsonArray out;
     for (const QJsonValue& v : in)

@@ -55,6 +55,9 @@ public:
     // become {"$f64": base64}, other arrays and objects are packed member by
     // member, everything else stays as it is.
     static QJsonValue pack(const QJsonValue& value);
+    // The packed form of `count` values: {"$f64": base64}, or an empty
+    // array for none, as pack() gives for the same values.
+    static QJsonValue packDoubles(const double* values, int count);
 
 signals:
     void dataAvailable();

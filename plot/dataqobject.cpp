@@ -5,6 +5,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <vector>
 
 DataQObject::DataQObject(QObject* parent) : QObject(parent) {
     feed = new ChartFeed(this);
@@ -22,9 +23,18 @@ void DataQObject::beginData(int width, int height, const QString& displayName) {
     this->displayName = displayName;
 }
 
-void DataQObject::endData(const QJsonObject& object) {
+void DataQObject::setDataJson(const QJsonDocument& document) {
+    if (document == dataJson)
+        return;
+    dataJson = document;
+    packed = QJsonDocument();
+    emit dataAvailable();
+}
+
+void DataQObject::endData(const QJsonObject& object, const QJsonObject& packedObject) {
     // Stored directly and announced once: the page redraws on every signal.
     dataJson = QJsonDocument(object);
+    packed = QJsonDocument(packedObject);
     emit dataAvailable();
 }
 
@@ -33,14 +43,19 @@ void LineDataQObject::setData(double* data, int count, int width, int height,
     beginData(width, height, displayName);
     QJsonArray x;
     QJsonArray y;
+    std::vector<double> positions(size_t(qMax(count, 0)));
     for (int i = 0; i < count; ++i) {
         x.append(i);
         y.append(QJsonValue(data[i]));
+        positions[size_t(i)] = i;
     }
     QJsonObject object;
     object.insert(QStringLiteral("x"), x);
     object.insert(QStringLiteral("y"), y);
-    endData(object);
+    QJsonObject packedObject;
+    packedObject.insert(QStringLiteral("x"), ChartFeed::packDoubles(positions.data(), count));
+    packedObject.insert(QStringLiteral("y"), ChartFeed::packDoubles(data, count));
+    endData(object, packedObject);
 }
 
 void HistDataQObject::setData(double* data, int count, int width, int height,
@@ -51,7 +66,9 @@ void HistDataQObject::setData(double* data, int count, int width, int height,
         x.append(QJsonValue(data[i]));
     QJsonObject object;
     object.insert(QStringLiteral("x"), x);
-    endData(object);
+    QJsonObject packedObject;
+    packedObject.insert(QStringLiteral("x"), ChartFeed::packDoubles(data, count));
+    endData(object, packedObject);
 }
 
 void SurfDataQObject::setData(double* data, int count, int width, int height,
@@ -69,27 +86,39 @@ void SurfDataQObject::setData(double* data, int count, int width, int height,
     QJsonArray x;
     QJsonArray y;
     QJsonArray z;
+    QJsonArray packedX;
+    QJsonArray packedY;
+    QJsonArray packedZ;
+    std::vector<double> xValues(size_t(qMax(cols, 0)));
+    std::vector<double> yValues(size_t(qMax(cols, 0)));
     for (int r = 0; r < rows; ++r) {
         QJsonArray xRow;
         QJsonArray yRow;
         QJsonArray zRow;
+        const double* row = data + static_cast<qsizetype>(r) * cols;
         for (int c = 0; c < cols; ++c) {
-            zRow.append(QJsonValue(data[static_cast<qsizetype>(r) * cols + c]));
-            if (isFortran_) {
-                xRow.append(c + 1);
-                yRow.append(r + 1);
-            } else {
-                xRow.append(r);
-                yRow.append(c);
-            }
+            zRow.append(QJsonValue(row[c]));
+            const int xValue = isFortran_ ? c + 1 : r;
+            const int yValue = isFortran_ ? r + 1 : c;
+            xRow.append(xValue);
+            yRow.append(yValue);
+            xValues[size_t(c)] = xValue;
+            yValues[size_t(c)] = yValue;
         }
         x.append(xRow);
         y.append(yRow);
         z.append(zRow);
+        packedX.append(ChartFeed::packDoubles(xValues.data(), cols));
+        packedY.append(ChartFeed::packDoubles(yValues.data(), cols));
+        packedZ.append(ChartFeed::packDoubles(row, cols));
     }
     QJsonObject object;
     object.insert(QStringLiteral("x"), x);
     object.insert(QStringLiteral("y"), y);
     object.insert(QStringLiteral("z"), z);
-    endData(object);
+    QJsonObject packedObject;
+    packedObject.insert(QStringLiteral("x"), packedX);
+    packedObject.insert(QStringLiteral("y"), packedY);
+    packedObject.insert(QStringLiteral("z"), packedZ);
+    endData(object, packedObject);
 }

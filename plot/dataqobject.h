@@ -13,7 +13,7 @@ class DataQObject : public QObject {
     Q_OBJECT
     // Written through the meta-object, a document equal to the stored one
     // changes nothing; a different one is stored and announced.
-    Q_PROPERTY(QJsonDocument dataJson MEMBER dataJson NOTIFY dataAvailable)
+    Q_PROPERTY(QJsonDocument dataJson MEMBER dataJson WRITE setDataJson NOTIFY dataAvailable)
 public:
     explicit DataQObject(QObject* parent = nullptr);
     ~DataQObject() override;
@@ -39,6 +39,14 @@ public:
     // Tells a page to read dataJson again.
     void refresh();
 
+    void setDataJson(const QJsonDocument& document);
+
+    // dataJson with its arrays of numbers packed as the channel carries them
+    // (see ChartFeed), made by setData straight from the values, which is
+    // much quicker than packing the document afterwards; null after a
+    // document was written from outside.
+    const QJsonDocument& packedJson() const { return packed; }
+
     // What the web channel publishes in this object's place (see ChartFeed).
     ChartFeed* channelObject() const { return feed; }
 
@@ -59,11 +67,13 @@ signals:
 protected:
     // Stores width, height and name: the common start of every setData.
     void beginData(int width, int height, const QString& displayName);
-    // Stores the document and announces it: the common end of every setData.
-    void endData(const QJsonObject& object);
+    // Stores the document and its packed form and announces them: the
+    // common end of every setData.
+    void endData(const QJsonObject& object, const QJsonObject& packedObject);
 
 private:
     ChartFeed* feed = nullptr;
+    QJsonDocument packed;
 };
 
 // x: 0 to n-1, y: the values.

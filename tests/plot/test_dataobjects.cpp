@@ -265,3 +265,39 @@ TEST(DataObjects, SurfaceReadsNoFurtherThanItsValuesWhenRowsAndColumnsPromiseMor
     EXPECT_EQ(surf.dataJson.object().value("x").toArray(),
               (QJsonArray{ints({0, 0}), ints({1, 1})}));
 }
+
+TEST(ChartFeed, DocumentWrittenAfterSetDataIsPublishedInsteadOfThePlot) {
+    LineDataQObject line;
+    double values[] = {1, 2, 3};
+    line.setData(values, 3, 1, 1, QString());
+    EXPECT_FALSE(line.packedJson().isNull());
+    const QJsonDocument doc(QJsonObject{{"x", ints({0})}, {"y", doubles({-4.5})}});
+    line.setProperty("dataJson", QVariant::fromValue(doc));
+    EXPECT_TRUE(line.packedJson().isNull());
+    EXPECT_EQ(unpackF64(line.channelObject()->dataJson().object().value("y")),
+              (std::vector<double>{-4.5}));
+}
+
+TEST(ChartFeed, PackedFormMadeFromTheValuesEqualsTheDocumentPacked) {
+    double values[] = {0.5, -1, 1e-300, 7, 8, 9};
+    LineDataQObject line;
+    line.setData(values, 6, 1, 1, QString());
+    EXPECT_EQ(line.packedJson(), QJsonDocument(ChartFeed::pack(line.dataJson.object()).toObject()));
+    HistDataQObject hist;
+    hist.setData(values, 6, 1, 1, QString());
+    EXPECT_EQ(hist.packedJson(), QJsonDocument(ChartFeed::pack(hist.dataJson.object()).toObject()));
+    for (bool fortran : {false, true}) {
+        SurfDataQObject surf;
+        surf.setxDimension(2);
+        surf.setyDimension(3);
+        surf.setFortran(fortran);
+        surf.setData(values, 6, 1, 1, QString());
+        EXPECT_EQ(surf.packedJson(),
+                  QJsonDocument(ChartFeed::pack(surf.dataJson.object()).toObject()))
+            << fortran;
+    }
+    HistDataQObject empty;
+    empty.setData(nullptr, 0, 1, 1, QString());
+    EXPECT_EQ(empty.packedJson(),
+              QJsonDocument(ChartFeed::pack(empty.dataJson.object()).toObject()));
+}
