@@ -1,5 +1,6 @@
 #include "filter.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
@@ -293,9 +294,46 @@ NodeData makeNode(Node kind, int a = -1, int b = -1) {
 
 } // namespace
 
+// The tree flattened into postfix operations on a small stack, for the
+// common filters whose result does not depend on exact integer arithmetic:
+// walking the tree per element costs several times more.
+enum class FlatOp : unsigned char {
+    Value,
+    Const,
+    Add,
+    Sub,
+    Mul,
+    Div,
+    Neg,
+    Abs,
+    Cmp,
+    ClassOfValue,
+    ClassOfResult,
+    And,
+    Or,
+    Not,
+};
+
+struct FlatStep {
+    FlatOp op;
+    CmpOp cmp = CmpOp::Eq;
+    bool negate = false;
+    unsigned classMask = 0;
+    double d = 0;
+    __int128 i = 0;
+};
+
+constexpr std::size_t kFlatStack = 32;
+
 struct FilterProgram {
     std::vector<NodeData> nodes;
     int root = -1;
+    // Postfix form for float and double elements, empty when it would not
+    // give the tree's answers.
+    std::vector<FlatStep> flatDouble;
+    // Postfix form for integer elements: comparisons of the element with
+    // integer constants, no arithmetic.
+    std::vector<FlatStep> flatInteger;
 };
 
 namespace {
@@ -746,18 +784,241 @@ template <class F> bool evalBool(const FilterProgram& p, int idx, const Elem<F>&
     }
 }
 
+bool dependsOnValue(const FilterProgram& p, int idx) {
+    if (idx < 0)
+        return false;
+    const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
+    return n.kind == Node::Value || dependsOnValue(p, n.a) || dependsOnValue(p, n.b);
+}
+
+// Emits node idx in postfix; false when the flat form would differ from
+// the tree. depth tracks the stack the program needs.
+bool flatten(const FilterProgram& p, int idx, bool integer, std::vector<FlatStep>& out,
+             std::size_t depth, std::size_t& maxDepth) {
+    const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
+    maxDepth = std::max(maxDepth, depth + 1);
+    if (maxDepth > kFlatStack)
+        return false;
+    auto binary = [&](FlatOp op) {
+        if (!flatten(p, n.a, integer, out, depth, maxDepth) ||
+            !flatten(p, n.b, integer, out, depth + 1, maxDepth))
+            return false;
+        FlatStep st{op};
+        st.cmp = n.cmp;
+        out.push_back(st);
+        return true;
+    };
+    auto unary = [&](FlatOp op) {
+        if (!flatten(p, n.a, integer, out, depth, maxDepth))
+            return false;
+        out.push_back(FlatStep{op});
+        return true;
+    };
+    switch (n.kind) {
+    case Node::Or:
+        return binary(FlatOp::Or);
+    case Node::And:
+        return binary(FlatOp::And);
+    case Node::Not:
+        return unary(FlatOp::Not);
+    case Node::Cmp:
+        return binary(FlatOp::Cmp);
+    case Node::ClassTest: {
+        FlatStep st{FlatOp::ClassOfValue};
+        st.classMask = n.classMask;
+        st.negate = n.negate;
+        if (p.nodes[static_cast<std::size_t>(n.a)].kind == Node::Value) {
+            out.push_back(st);
+            return true;
+        }
+        if (integer)
+            return false;
+        if (!flatten(p, n.a, integer, out, depth, maxDepth))
+            return false;
+        st.op = FlatOp::ClassOfResult;
+        out.push_back(st);
+        return true;
+    }
+    case Node::Value:
+        out.push_back(FlatStep{FlatOp::Value});
+        return true;
+    case Node::Const: {
+        FlatStep st{FlatOp::Const};
+        if (integer) {
+            if (!n.isInt)
+                return false;
+            st.i = n.i;
+        } else {
+            // Integers beyond 2^53 are not all doubles: exactness needs the tree.
+            if (n.isInt && (n.i > (__int128(1) << 53) || n.i < -(__int128(1) << 53)))
+                return false;
+            st.d = n.d;
+        }
+        out.push_back(st);
+        return true;
+    }
+    case Node::Add:
+    case Node::Sub:
+    case Node::Mul:
+    case Node::Div:
+        // Arithmetic on constants alone is exact integer arithmetic in the
+        // tree; with the element in it, it is floating point there too.
+        if (integer || !dependsOnValue(p, idx))
+            return false;
+        return binary(n.kind == Node::Add   ? FlatOp::Add
+                      : n.kind == Node::Sub ? FlatOp::Sub
+                      : n.kind == Node::Mul ? FlatOp::Mul
+                                            : FlatOp::Div);
+    case Node::Neg:
+    case Node::Abs:
+        if (integer)
+            return false;
+        return unary(n.kind == Node::Neg ? FlatOp::Neg : FlatOp::Abs);
+    default:
+        return false;
+    }
+}
+
+template <class T> bool compareFlat(CmpOp op, T a, T b) {
+    switch (op) {
+    case CmpOp::Eq:
+        return a == b;
+    case CmpOp::Ne:
+        return a != b;
+    case CmpOp::Lt:
+        return a < b;
+    case CmpOp::Le:
+        return a <= b;
+    case CmpOp::Gt:
+        return a > b;
+    case CmpOp::Ge:
+        return a >= b;
+    }
+    return false;
+}
+
+bool runFlatDouble(const std::vector<FlatStep>& prog, double value, unsigned cls) {
+    double stack[kFlatStack];
+    std::size_t top = 0;
+    for (const FlatStep& st : prog) {
+        switch (st.op) {
+        case FlatOp::Value:
+            stack[top++] = value;
+            break;
+        case FlatOp::Const:
+            stack[top++] = st.d;
+            break;
+        case FlatOp::Add:
+            --top;
+            stack[top - 1] += stack[top];
+            break;
+        case FlatOp::Sub:
+            --top;
+            stack[top - 1] -= stack[top];
+            break;
+        case FlatOp::Mul:
+            --top;
+            stack[top - 1] *= stack[top];
+            break;
+        case FlatOp::Div:
+            --top;
+            stack[top - 1] /= stack[top];
+            break;
+        case FlatOp::Neg:
+            stack[top - 1] = -stack[top - 1];
+            break;
+        case FlatOp::Abs:
+            stack[top - 1] = std::fabs(stack[top - 1]);
+            break;
+        case FlatOp::Cmp:
+            // IEEE comparisons: false with a NaN, except !=, as in the tree.
+            --top;
+            stack[top - 1] = compareFlat(st.cmp, stack[top - 1], stack[top]) ? 1 : 0;
+            break;
+        case FlatOp::ClassOfValue:
+            stack[top++] = ((cls & st.classMask) != 0) != st.negate ? 1 : 0;
+            break;
+        case FlatOp::ClassOfResult:
+            stack[top - 1] = ((classOf(stack[top - 1]) & st.classMask) != 0) != st.negate ? 1 : 0;
+            break;
+        case FlatOp::And:
+            --top;
+            stack[top - 1] = (stack[top - 1] != 0 && stack[top] != 0) ? 1 : 0;
+            break;
+        case FlatOp::Or:
+            --top;
+            stack[top - 1] = (stack[top - 1] != 0 || stack[top] != 0) ? 1 : 0;
+            break;
+        case FlatOp::Not:
+            stack[top - 1] = stack[top - 1] != 0 ? 0 : 1;
+            break;
+        }
+    }
+    return stack[0] != 0;
+}
+
+bool runFlatInteger(const std::vector<FlatStep>& prog, __int128 value) {
+    __int128 stack[kFlatStack];
+    std::size_t top = 0;
+    for (const FlatStep& st : prog) {
+        switch (st.op) {
+        case FlatOp::Value:
+            stack[top++] = value;
+            break;
+        case FlatOp::Const:
+            stack[top++] = st.i;
+            break;
+        case FlatOp::Cmp:
+            --top;
+            stack[top - 1] = compareFlat(st.cmp, stack[top - 1], stack[top]) ? 1 : 0;
+            break;
+        case FlatOp::ClassOfValue: // integers belong to no class
+            stack[top++] = st.negate ? 1 : 0;
+            break;
+        case FlatOp::And:
+            --top;
+            stack[top - 1] = (stack[top - 1] != 0 && stack[top] != 0) ? 1 : 0;
+            break;
+        case FlatOp::Or:
+            --top;
+            stack[top - 1] = (stack[top - 1] != 0 || stack[top] != 0) ? 1 : 0;
+            break;
+        case FlatOp::Not:
+            stack[top - 1] = stack[top - 1] != 0 ? 0 : 1;
+            break;
+        default:
+            break;
+        }
+    }
+    return stack[0] != 0;
+}
+
 } // namespace
 
 bool Filter::matchesInteger(__int128 value) const {
     if (!program_)
         return true;
+    if (!program_->flatInteger.empty())
+        return runFlatInteger(program_->flatInteger, value);
     return evalBool(*program_, program_->root, Elem<double>{true, value, 0.0, 0});
 }
 
 bool Filter::matchesDouble(double value, unsigned floatClass) const {
     if (!program_)
         return true;
+    if (!program_->flatDouble.empty())
+        return runFlatDouble(program_->flatDouble, value, floatClass);
     return evalBool(*program_, program_->root, Elem<double>{false, 0, value, floatClass});
+}
+
+bool Filter::flattened(bool integer) const {
+    return program_ && !(integer ? program_->flatInteger : program_->flatDouble).empty();
+}
+
+bool Filter::matchesTree(__int128 i, double d, bool isInt, unsigned floatClass) const {
+    if (!program_)
+        return true;
+    return evalBool(*program_, program_->root, Elem<double>{isInt, i, d, floatClass});
 }
 
 bool Filter::matchesLongDouble(long double value, unsigned floatClass) const {
@@ -786,6 +1047,12 @@ Result<Filter> compileFilter(std::string_view text) {
         return filterError(fail.column, fail.message);
     auto prog = std::make_shared<FilterProgram>(std::move(parser.prog));
     prog->root = root;
+    std::size_t depth = 0;
+    if (!flatten(*prog, root, false, prog->flatDouble, 0, depth))
+        prog->flatDouble.clear();
+    depth = 0;
+    if (!flatten(*prog, root, true, prog->flatInteger, 0, depth))
+        prog->flatInteger.clear();
     f.program_ = std::move(prog);
     f.text_ = std::string(text.substr(b, e - b));
     return f;

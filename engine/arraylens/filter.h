@@ -39,6 +39,11 @@ public:
     bool matchesInteger(__int128 value) const;
     bool matchesDouble(double value, unsigned floatClass) const;
     bool matchesLongDouble(long double value, unsigned floatClass) const;
+    // Whether elements of floating point (or integer) type run the
+    // flattened form rather than the tree walk.
+    bool flattened(bool integer) const;
+    // The tree walk alone, without the flattened form; tests compare the two.
+    bool matchesTree(__int128 i, double d, bool isInt, unsigned floatClass) const;
 
     // Tests the element at p, whose representation is R.
     template <Repr R> bool matches(const unsigned char* p) const {

@@ -218,3 +218,76 @@ TEST(FilterRefusal, MessagesNameTheColumn) {
 }
 
 } // namespace
+
+namespace {
+
+// The flattened form that runs per element gives the tree's answer for
+// every filter and value.
+TEST(Filter, FlatFormAgreesWithTheTree) {
+    const char* filters[] = {
+        "$value > 1",
+        "$value >= -20 .and. $value .ne. $nan",
+        "abs($value) < 100 || $value == $inf",
+        "$value > 9223372036854775806 || $value < -5",
+        "$value == $denorm || $value == $ninf || $value != $value",
+        "!($value * 2 + 1 > 7) && -$value <= 3",
+        "($value + 1) / 2 == 3 .or. abs($value - 10) <= 2",
+        "2 + 3 * 4 == $value",
+        "$value / 0 == $inf",
+        "$value - $value != $nan",
+        "$value < $pinf && $value > $ninf",
+        "$value == 9007199254740993",
+        "$value != 0.1",
+        "!!!($value == $qnan) || $value == $snan",
+    };
+    const double values[] = {0.0,
+                             -0.0,
+                             1.0,
+                             5.0,
+                             -5.0,
+                             -20.0,
+                             14.0,
+                             8.0,
+                             0.1,
+                             1e300,
+                             -1e300,
+                             9007199254740992.0,
+                             9007199254740994.0,
+                             9223372036854775807.0,
+                             kDenorm,
+                             -kDenorm,
+                             kInf,
+                             -kInf,
+                             kNan,
+                             kSNan};
+    const std::int64_t ints[] = {0,
+                                 1,
+                                 -5,
+                                 -6,
+                                 14,
+                                 100,
+                                 9007199254740993LL,
+                                 9223372036854775807LL,
+                                 std::numeric_limits<std::int64_t>::min()};
+    for (const char* text : filters) {
+        Result<Filter> f = compileFilter(text);
+        ASSERT_TRUE(f.ok()) << text << ": " << f.message();
+        for (double v : values) {
+            unsigned char bytes[8];
+            std::memcpy(bytes, &v, 8);
+            const unsigned cls = ReprTraits<Repr::F64>::classify(bytes);
+            EXPECT_EQ(f->matchesDouble(v, cls), f->matchesTree(0, v, false, cls))
+                << text << " with " << v;
+        }
+        for (std::int64_t v : ints)
+            EXPECT_EQ(f->matchesInteger(v), f->matchesTree(v, 0, true, 0)) << text << " with " << v;
+    }
+    EXPECT_TRUE(compileFilter("$value > 1")->flattened(false));
+    EXPECT_TRUE(compileFilter("$value > 1 && $value != $nan")->flattened(true));
+    EXPECT_TRUE(compileFilter("abs($value - 10) <= 2")->flattened(false));
+    EXPECT_FALSE(compileFilter("abs($value - 10) <= 2")->flattened(true));
+    EXPECT_FALSE(compileFilter("$value == 9007199254740993")->flattened(false));
+    EXPECT_FALSE(compileFilter("2 + 3 * 4 == $value")->flattened(false));
+}
+
+} // namespace
