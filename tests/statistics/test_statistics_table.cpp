@@ -213,6 +213,7 @@ TEST(StatisticsTable, ABurstOfResizesEndsInOneRelayoutAbout100MsAfterTheLast) {
         sinceLast.start();
         r.ui.resize(width, 400);
         QTest::qWait(20);
+        EXPECT_EQ(r.ui.resizeTimer_->interval(), 100);
     }
     ASSERT_TRUE(fake::waitFor([&] { return relayouts.count() > 0; }, 3000));
     // A coarse timer may run up to 5 % early, and the clock counts whole

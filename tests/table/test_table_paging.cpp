@@ -30,6 +30,7 @@ TEST(TablePaging, AGrowingWindowRequestsTheEnlargedViewport150MsAfterTheResize) 
     clock.start();
     t.table.resize(700, 500);
     QTest::qWait(60);
+    EXPECT_EQ(t.table.viewportTimer->interval(), 150);
     // The timer cannot have run yet, unless this machine stalled.
     if (clock.elapsed() < 130) {
         EXPECT_EQ(t.tableRequests(), 2);
@@ -80,6 +81,8 @@ TEST(TablePaging, AScrollRequestsItsViewport100MsAfterTheLastChange) {
             longestGap = std::max(longestGap, clock.elapsed());
         clock.start();
         t.vbar()->setValue(row);
+        EXPECT_TRUE(t.table.viewportTimer->isActive());
+        EXPECT_EQ(t.table.viewportTimer->interval(), 100);
         QTest::qWait(20);
     }
     ASSERT_TRUE(fake::waitFor([&] {

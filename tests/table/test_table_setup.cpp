@@ -4,6 +4,7 @@
 #include "statistics/objecttracker.h"
 #include "tablehelpers.h"
 
+#include <QFile>
 #include <QGridLayout>
 #include <gtest/gtest.h>
 
@@ -39,6 +40,9 @@ TEST(TableSetup, FormIsBuiltInCodeWithItsNamesAndProperties) {
     EXPECT_EQ(t.table.dataFormat, al_pres_default);
     EXPECT_EQ(t.table.dataType, al_type_other);
     EXPECT_TRUE(t.table.debuggerReady);
+    // The form's source travels with the other forms among the resources.
+    EXPECT_TRUE(QFile::exists(":/arraylens/ui/data2DTableForm.ui"));
+    EXPECT_TRUE(QFile::exists(":/arraylens/ui/statistics.ui"));
 }
 
 TEST(TableSetup, NothingIsRequestedBeforeTheDebuggerIsReady) {
