@@ -23,8 +23,9 @@ public:
     // A child of `source`; follows its dataAvailable().
     explicit ChartFeed(DataQObject* source);
 
-    // The packed form of the source's document, built when first asked for
-    // after a change. Empty while withheld.
+    // The packed form of the source's document: the one its setData made,
+    // or else built when first asked for after a change. Empty while
+    // withheld.
     QJsonDocument dataJson();
     // A page's write goes to the source, which keeps plain documents.
     void setDataJson(const QJsonDocument& document);

@@ -54,6 +54,14 @@ TEST(Visualizer, LineOf500000ValuesIsShown) {
     const QJsonObject doc = rig.viz.lineData->dataJson.object();
     EXPECT_EQ(doc.value("y").toArray().size(), 500000);
     EXPECT_EQ(doc.value("y").toArray().last().toDouble(), 499999.0);
+    // And the page draws all of them.
+    ASSERT_TRUE(waitForDraw(rig.viz.page()));
+    const QVariantList drawn =
+        evalJs(rig.viz.page(),
+               QStringLiteral("(function () { var t = document.getElementById('pf_dataviz')"
+                              ".data[0]; return [t.x.length, t.y.length, t.y[499999]]; })()"))
+            .toList();
+    EXPECT_EQ(drawn, (QVariantList{500000, 500000, 499999}));
 }
 
 TEST(Visualizer, LineOf500001ValuesIsRefusedWithTheLimitMessage) {
@@ -80,6 +88,11 @@ TEST(Visualizer, HistogramOf500001ValuesIsShown) {
     ASSERT_EQ(rig.successes.count(), 1);
     ASSERT_TRUE(rig.waitForData());
     EXPECT_EQ(rig.viz.histData->dataJson.object().value("x").toArray().size(), 500001);
+    ASSERT_TRUE(waitForDraw(rig.viz.page()));
+    EXPECT_EQ(evalJs(rig.viz.page(),
+                     QStringLiteral("document.getElementById('pf_dataviz').data[0].x.length"))
+                  .toInt(),
+              500001);
 }
 
 TEST(Visualizer, OneDimensionalSurfaceShowsMessageAndStillReportsSuccess) {
