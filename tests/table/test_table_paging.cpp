@@ -113,8 +113,13 @@ TEST(TablePaging, NoRequestIsSentWhileOneIsOpenAndTheScrollSetsUpdatePending) {
     ASSERT_TRUE(t.table.requestPending);
     ASSERT_FALSE(t.table.updatePending);
 
-    t.vbar()->setValue(500);
+    // The horizontal bar does not even start the timer while a request is
+    // open; the vertical one does, and its timer ends in updatePending.
     t.hbar()->setValue(30);
+    EXPECT_FALSE(t.table.viewportTimer->isActive());
+    EXPECT_FALSE(t.table.updatePending);
+    t.vbar()->setValue(500);
+    EXPECT_TRUE(t.table.viewportTimer->isActive());
     // Long enough for every timer to have run out.
     t.settle(400);
     EXPECT_EQ(t.tableRequests(), 2);
