@@ -80,6 +80,17 @@ QString quoted(const QString& text) {
     return QString::fromStdString(mi::quoteCString(text.toStdString()));
 }
 
+// -target-select hands its arguments to gdb's command line as they stand,
+// without taking quotes away: only plain words can pass.
+bool plainWord(const QString& text) {
+    if (text.isEmpty())
+        return false;
+    for (const QChar c : text)
+        if (!(c.isLetterOrNumber() || QStringLiteral("/._-:+~@").contains(c)))
+            return false;
+    return true;
+}
+
 HVDWPRequest buildRequest(const cli::Options& o, IHVExpression* e) {
     switch (o.command) {
     case cli::Command::Info: {
@@ -134,7 +145,9 @@ int run(const cli::Options& o) {
 
     if (!o.core.isEmpty()) {
         session.setTargetIsLocalProcess(false);
-        if (!command(session, QStringLiteral("-target-select core ") + quoted(o.core), error))
+        if (!plainWord(o.core))
+            return fail(QStringLiteral("The core file's path must not contain blanks or quotes."));
+        if (!command(session, QStringLiteral("-target-select core ") + o.core, error))
             return fail(error);
         session.markStopped();
     } else if (o.attachPid > 0) {
@@ -148,8 +161,9 @@ int run(const cli::Options& o) {
         const bool remote = !o.remote.isEmpty();
         if (remote) {
             session.setTargetIsLocalProcess(false);
-            if (!command(session, QStringLiteral("-target-select remote ") + quoted(o.remote),
-                         error))
+            if (!plainWord(o.remote))
+                return fail(QStringLiteral("Bad remote target '%1'.").arg(o.remote));
+            if (!command(session, QStringLiteral("-target-select remote ") + o.remote, error))
                 return fail(error);
         }
         const QStringList breaks =

@@ -340,13 +340,18 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
     ArrayResolver resolver(session);
     Failure failure;
     FrameInfo frame;
-    if (!resolver.locate(request.focus, request.scopeId, request.depth, frame, failure))
-        return failureFields(request, failure);
     ArrayFacts facts;
+    bool described = false;
+    {
+        const auto transaction = session.beginTransaction();
+        if (!resolver.locate(request.focus, request.scopeId, request.depth, frame, failure))
+            return failureFields(request, failure);
+        described = resolver.describe(frame, request.expression, true, facts, failure);
+    }
     // Information reads no element: an array whose elements the engine
     // cannot take still has a shape to show.
     const bool layout = request.operation != Operation::ArrayInfo;
-    if (!resolver.describe(frame, request.expression, true, facts, failure)) {
+    if (!described) {
         if (layout || failure.kind != Failure::Kind::Type || !facts.isArray ||
             !facts.problem.isEmpty())
             return failureFields(request, failure);

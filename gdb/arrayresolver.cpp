@@ -201,7 +201,15 @@ bool ArrayResolver::evaluate(const FrameInfo& frame, const QString& expression, 
     return true;
 }
 
-bool ArrayResolver::stack(const QString& thread, QVector<FrameInfo>& frames, Failure& failure) {
+bool ArrayResolver::stack(const QString& focus, QVector<FrameInfo>& frames, Failure& failure) {
+    QString thread = focus;
+    if (thread.isEmpty()) {
+        // No stop has named a thread (a core file): gdb's current one.
+        MiReplyPtr info = run(QStringLiteral("-thread-info"), failure);
+        if (!info)
+            return false;
+        thread = str(info->record().results["current-thread-id"]);
+    }
     QString command = QStringLiteral("-stack-list-frames");
     if (!thread.isEmpty())
         command += QStringLiteral(" --thread %1").arg(thread.toInt());

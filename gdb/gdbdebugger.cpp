@@ -160,6 +160,7 @@ QFuture<IHVExpression*> GdbDebugger::evaluateExpression(GdbExpression* expressio
         FrameInfo chosen;
         ArrayFacts facts;
         QVector<FrameInfo> frames;
+        auto transaction = session->beginTransaction();
         const QString t = thread.isEmpty() ? session->stoppedThread() : thread;
         if (checkExpressionText(text, failure) && resolver.stack(t, frames, failure)) {
             bool found = false;
@@ -180,6 +181,7 @@ QFuture<IHVExpression*> GdbDebugger::evaluateExpression(GdbExpression* expressio
                     failure = Failure();
             }
         }
+        transaction.unlock();
         onGuiThread([target, chosen, facts, failure, future]() mutable {
             if (target)
                 target->applyEvaluation(chosen, facts, failure);

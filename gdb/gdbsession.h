@@ -107,6 +107,14 @@ public:
     // thread once the answer is there.
     MiReplyPtr send(const QString& command, MiReply::Callback callback = {});
 
+    // Held by a worker thread for the commands of one multi-command
+    // transaction (resolving an expression), so that two transactions never
+    // interleave in the queue. Never taken on the session's own thread,
+    // whose event loop has to keep reading the answers.
+    std::unique_lock<std::mutex> beginTransaction() {
+        return std::unique_lock<std::mutex>(transactionMutex_);
+    }
+
     bool isAlive() const { return alive_.load(); }
     TargetState targetState() const { return targetState_.load(); }
     // The debuggee's pid while it runs or is stopped; 0 otherwise.
@@ -164,6 +172,7 @@ private:
     std::atomic<qint64> pid_{0};
     std::atomic<quint64> runGeneration_{0};
     mutable std::mutex stateMutex_;
+    std::mutex transactionMutex_;
     QString stoppedThread_;
     bool localProcess_ = true;
     bool killDebuggee_ = true;

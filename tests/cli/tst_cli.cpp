@@ -224,6 +224,24 @@ TEST_F(CliRuns, InfoTableAndPlot) {
     EXPECT_EQ(plot.json.value("Rank").toInt(), 1);
 }
 
+TEST_F(CliRuns, CoreFile) {
+    // A core of the heat example at its first stop, made by gdb itself.
+    const QString core = dir.filePath("heat.core");
+    QProcess gdb;
+    gdb.start("gdb", {"-q", "-nx", "-batch", "-ex", "break " + breakAt("heat.heat"), "-ex", "run",
+                      "-ex", "gcore " + core, "-ex", "kill", "--args",
+                      QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_heat"), ref()});
+    ASSERT_TRUE(gdb.waitForFinished(60000));
+    ASSERT_TRUE(QFile::exists(core)) << gdb.readAllStandardError().toStdString();
+    const auto v = reference();
+    const CliRun r = cli({"stats", "--expr", "plate", "--core", core, "--",
+                          QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_heat")});
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_EQ(r.json.value("Count").toInt(), v.value("plate.count").toInt());
+    EXPECT_DOUBLE_EQ(r.json.value("Sum").toDouble(), v.value("plate.sum").toDouble());
+    EXPECT_DOUBLE_EQ(r.json.value("ThirdQuartile").toDouble(), v.value("plate.q3").toDouble());
+}
+
 TEST_F(CliRuns, ExitCodes) {
     CliRun unknown = heat("stats", {"--expr", "nosuchvar"});
     EXPECT_EQ(unknown.exitCode, 1);

@@ -431,3 +431,43 @@ TEST(GdbRequests, MemoryThroughGdbGivesTheSameNumbers) {
             near(number(rig->ref.value(key + ".median")), stats->property("Median").toDouble()));
     }
 }
+
+TEST(GdbRequests, CoreFileIsReadThroughGdb) {
+    auto rig = startedAt(QStringLiteral("example_arrays_c"), QStringLiteral("arrays_c.main"));
+    ASSERT_TRUE(rig);
+    const QString core = rig->dir.filePath(QStringLiteral("arrays.core"));
+    auto dumped = rig->mi(
+        QStringLiteral("-interpreter-exec console ") +
+            QString::fromStdString(arraylens::mi::quoteCString(("gcore " + core).toStdString())),
+        120000);
+    ASSERT_TRUE(dumped && !dumped->isError())
+        << (dumped ? dumped->errorMessage().toStdString() : "");
+    ASSERT_TRUE(QFileInfo::exists(core));
+
+    Rig post;
+    QString error;
+    ASSERT_TRUE(post.session->start(exampleProgram(QStringLiteral("example_arrays_c")), {}, &error))
+        << error.toStdString();
+    post.session->setTargetIsLocalProcess(false);
+    // -target-select hands its arguments to the command line as they stand.
+    auto opened = post.mi(QStringLiteral("-target-select core ") + core);
+    ASSERT_TRUE(opened && !opened->isError())
+        << (opened ? opened->errorMessage().toStdString() : "");
+    post.session->markStopped();
+    EXPECT_FALSE(post.session->readsMemoryDirectly());
+    for (const char* name : {"grid", "*heap_ints@250", "lspecials"}) {
+        SCOPED_TRACE(name);
+        GdbExpression* e = post.evaluate(QString::fromLatin1(name));
+        ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+        auto stats = post.statistics(e);
+        ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+        QString key = QString::fromLatin1(name);
+        if (key.startsWith('*'))
+            key = QStringLiteral("heap_ints");
+        EXPECT_EQ(stats->property("Count").toInt(), rig->ref.value(key + ".count").toInt());
+        EXPECT_EQ(stats->property("NanCount").toInt(), rig->ref.value(key + ".nans").toInt());
+        EXPECT_TRUE(near(number(rig->ref.value(key + ".sum")), stats->property("Sum").toDouble()));
+        EXPECT_TRUE(
+            near(number(rig->ref.value(key + ".median")), stats->property("Median").toDouble()));
+    }
+}
