@@ -127,11 +127,12 @@ Fields infoFields(const RequestSnapshot& r, const ArrayFacts& facts,
     return f;
 }
 
-Fields statisticsFields(const RequestSnapshot& r, const ArrayFacts& facts,
+Fields statisticsFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_t tileBytes,
                         const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
                         const std::atomic<bool>* cancel) {
     arraylens::StatisticsOptions options;
     options.cancel = cancel;
+    options.tileBytes = tileBytes;
     auto stats = arraylens::computeStatistics(array, reader, r.slice.toStdString(),
                                               r.filter.toStdString(), options);
     if (!stats)
@@ -167,11 +168,12 @@ Fields statisticsFields(const RequestSnapshot& r, const ArrayFacts& facts,
     return f;
 }
 
-Fields tableFields(const RequestSnapshot& r, const ArrayFacts& facts,
+Fields tableFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_t tileBytes,
                    const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
                    const std::atomic<bool>* cancel) {
     arraylens::TableOptions options;
     options.cancel = cancel;
+    options.tileBytes = tileBytes;
     options.rowDim = r.rowDim;
     options.colDim = r.colDim;
     options.format = static_cast<arraylens::DataFormat>(r.dataFormat);
@@ -235,11 +237,12 @@ Fields tableFields(const RequestSnapshot& r, const ArrayFacts& facts,
     return f;
 }
 
-Fields plotFields(const RequestSnapshot& r, const ArrayFacts& facts,
+Fields plotFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_t tileBytes,
                   const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
                   const std::atomic<bool>* cancel) {
     arraylens::PlotOptions options;
     options.cancel = cancel;
+    options.tileBytes = tileBytes;
     options.maxValues = kMaxPlotValues;
     auto plot = arraylens::plotValues(array, reader, r.slice.toStdString(), r.filter.toStdString(),
                                       options);
@@ -370,13 +373,16 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
         reader = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
     else
         reader = std::make_unique<GdbMemoryReader>(session);
+    // Through gdb every read is one MI command: fewer, larger ones.
+    const std::size_t tileBytes =
+        session.readsMemoryDirectly() ? arraylens::kDefaultTileBytes : GdbMemoryReader::kChunkBytes;
     switch (request.operation) {
     case Operation::Statistics:
-        return statisticsFields(request, facts, array, *reader, cancel);
+        return statisticsFields(request, facts, tileBytes, array, *reader, cancel);
     case Operation::Table:
-        return tableFields(request, facts, array, *reader, cancel);
+        return tableFields(request, facts, tileBytes, array, *reader, cancel);
     case Operation::Plot:
-        return plotFields(request, facts, array, *reader, cancel);
+        return plotFields(request, facts, tileBytes, array, *reader, cancel);
     default:
         break;
     }

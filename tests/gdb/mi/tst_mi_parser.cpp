@@ -252,6 +252,27 @@ std::vector<Case> cases() {
     t.push_back(record("ThreadGroupStarted", R"MI(=thread-group-started,id="i1",pid="9542")MI",
                        RecordKind::NotifyAsync, none, "thread-group-started",
                        T({{"id", S("i1")}, {"pid", S("9542")}})));
+    // Captured from gdb 13 on the Fortran example: a stop in a module
+    // procedure whose argument is an array descriptor, and a type answer.
+    t.push_back(record(
+        "StoppedInFortranModule",
+        R"MI(*stopped,reason="breakpoint-hit",disp="keep",bkptno="1",frame={addr="0x000055555555e6b1",func="sections::strided",args=[{name="y",value="..."}],file="arrays.f90",line="42",arch="i386:x86-64"},thread-id="1",stopped-threads="all",core="1")MI",
+        RecordKind::ExecAsync, none, "stopped",
+        T({{"reason", S("breakpoint-hit")},
+           {"disp", S("keep")},
+           {"bkptno", S("1")},
+           {"frame", T({{"addr", S("0x000055555555e6b1")},
+                        {"func", S("sections::strided")},
+                        {"args", L({T({{"name", S("y")}, {"value", S("...")}})})},
+                        {"file", S("arrays.f90")},
+                        {"line", S("42")},
+                        {"arch", S("i386:x86-64")}})},
+           {"thread-id", S("1")},
+           {"stopped-threads", S("all")},
+           {"core", S("1")}})));
+    t.push_back(stream("FortranAllocatableType",
+                       R"MI(~"type = real(kind=8), allocatable (:,:)\n")MI",
+                       RecordKind::ConsoleStream, "type = real(kind=8), allocatable (:,:)\n"));
     t.push_back(record("ThreadGroupExited", R"MI(=thread-group-exited,id="i1",exit-code="0")MI",
                        RecordKind::NotifyAsync, none, "thread-group-exited",
                        T({{"id", S("i1")}, {"exit-code", S("0")}})));
