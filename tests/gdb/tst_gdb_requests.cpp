@@ -379,7 +379,8 @@ TEST(GdbRequests, KilledGdbFailsEveryOpenRequestAtOnce) {
         r.setFields(big, QString(), QString());
         futures.append(rig->debugger->sendRequest(r));
     }
-    EXPECT_LT(sending.elapsed(), 100);
+    // Handing over a request only queues it.
+    EXPECT_LT(sending.elapsed(), 250);
     waitFor([] { return false; }, 300);
     for (const auto& f : futures)
         ASSERT_FALSE(f.isFinished()) << "a request finished before gdb was killed";
@@ -410,7 +411,9 @@ TEST(GdbRequests, KilledGdbFailsEveryOpenRequestAtOnce) {
     ASSERT_TRUE(after.isFinished());
     EXPECT_EQ(msgOf(after.result()), QStringLiteral("The debugger has stopped."));
     heartbeat.stop();
-    EXPECT_LT(longestGap, 250) << "the GUI thread stood still for " << longestGap << " ms";
+    // Generous, for a loaded machine: a thread waiting for gdb or for the
+    // reading would stand still for seconds.
+    EXPECT_LT(longestGap, 500) << "the GUI thread stood still for " << longestGap << " ms";
 }
 
 TEST(GdbRequests, MemoryThroughGdbGivesTheSameNumbers) {
