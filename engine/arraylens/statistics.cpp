@@ -8,10 +8,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <xxhash.h>
 
 namespace arraylens {
@@ -116,7 +120,65 @@ struct PassContext {
     const std::atomic<bool>* cancel;
 };
 
-template <Repr R> struct FirstPassState {
+// XXH3 of the tiles' bytes in tile order, whatever order the threads
+// finish them in. A tile that comes early is copied aside until its turn,
+// so no thread waits for another unless many tiles are already waiting.
+class OrderedHasher {
+public:
+    explicit OrderedHasher(const TileTurns& stop) : stop_(stop) {
+        state_ = XXH3_createState();
+        XXH3_64bits_reset(state_);
+    }
+    ~OrderedHasher() { XXH3_freeState(state_); }
+    OrderedHasher(const OrderedHasher&) = delete;
+    OrderedHasher& operator=(const OrderedHasher&) = delete;
+
+    // False when the pass was abandoned while this tile waited.
+    bool add(std::uint64_t tile, const unsigned char* bytes, std::size_t size) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (tile != next_ && pending_.size() >= kMaxPending) {
+            if (stop_.abandoned())
+                return false;
+            ready_.wait_for(lock, std::chrono::milliseconds(1));
+        }
+        if (tile != next_) {
+            std::vector<unsigned char> copy;
+            if (!spare_.empty()) {
+                copy = std::move(spare_.back());
+                spare_.pop_back();
+            }
+            copy.assign(bytes, bytes + size);
+            pending_.emplace(tile, std::move(copy));
+            return true;
+        }
+        if (size)
+            XXH3_64bits_update(state_, bytes, size);
+        ++next_;
+        for (auto it = pending_.find(next_); it != pending_.end(); it = pending_.find(next_)) {
+            if (!it->second.empty())
+                XXH3_64bits_update(state_, it->second.data(), it->second.size());
+            spare_.push_back(std::move(it->second));
+            pending_.erase(it);
+            ++next_;
+        }
+        ready_.notify_all();
+        return true;
+    }
+    std::uint64_t digest() const { return XXH3_64bits_digest(state_); }
+
+private:
+    static constexpr std::size_t kMaxPending = 32;
+    const TileTurns& stop_;
+    XXH3_state_t* state_;
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::uint64_t next_ = 0;
+    std::map<std::uint64_t, std::vector<unsigned char>> pending_;
+    std::vector<std::vector<unsigned char>> spare_;
+};
+
+// Aligned so that the states of two threads never share a cache line.
+template <Repr R> struct alignas(64) FirstPassState {
     using T = ReprTraits<R>;
     using V = typename T::Value;
     std::uint64_t count = 0, zero = 0, nan = 0, inf = 0, denorm = 0, finite = 0;
@@ -227,9 +289,11 @@ template <Repr R> std::uint64_t keyNotBelow(double x, bool& none) {
         }
     } else {
         using Raw = typename T::Raw_;
-        double lo = static_cast<double>(T::isLogical ? 0 : std::numeric_limits<Raw>::min());
-        double hi = static_cast<double>(T::isLogical ? 1 : std::numeric_limits<Raw>::max());
-        double c = std::ceil(x);
+        // Long double holds every 64-bit bound exactly; double would round
+        // the largest int64 up to 2^63, which no int64 can hold.
+        const long double lo = T::isLogical ? 0 : std::numeric_limits<Raw>::min();
+        const long double hi = T::isLogical ? 1 : std::numeric_limits<Raw>::max();
+        const long double c = std::ceil(static_cast<long double>(x));
         if (c <= lo)
             return T::key(
                 static_cast<typename T::Value>(T::isLogical ? 0 : std::numeric_limits<Raw>::min()));
@@ -257,9 +321,9 @@ template <Repr R> std::uint64_t keyNotAbove(double x, bool& none) {
         }
     } else {
         using Raw = typename T::Raw_;
-        double lo = static_cast<double>(T::isLogical ? 0 : std::numeric_limits<Raw>::min());
-        double hi = static_cast<double>(T::isLogical ? 1 : std::numeric_limits<Raw>::max());
-        double f = std::floor(x);
+        const long double lo = T::isLogical ? 0 : std::numeric_limits<Raw>::min();
+        const long double hi = T::isLogical ? 1 : std::numeric_limits<Raw>::max();
+        const long double f = std::floor(static_cast<long double>(x));
         if (f >= hi)
             return T::key(
                 static_cast<typename T::Value>(T::isLogical ? 1 : std::numeric_limits<Raw>::max()));
@@ -268,6 +332,26 @@ template <Repr R> std::uint64_t keyNotAbove(double x, bool& none) {
             return 0;
         }
         return T::key(static_cast<typename T::Value>(f));
+    }
+}
+
+// The order-preserving key of a finite element; false for NaN and the
+// infinities. IEEE formats take it straight from the bits.
+template <Repr R> inline bool finiteKey(const unsigned char* p, std::uint64_t& key) {
+    using T = ReprTraits<R>;
+    if constexpr (R == Repr::F32 || R == Repr::F64) {
+        if ((T::bits(p) & T::kExp) == T::kExp)
+            return false;
+        key = T::keyOfNative(T::native(p));
+        return true;
+    } else if constexpr (R == Repr::F80) {
+        if (T::classify(p) & kClassNonFinite)
+            return false;
+        key = T::key(T::value(p));
+        return true;
+    } else {
+        key = T::key(T::value(p));
+        return true;
     }
 }
 
@@ -285,7 +369,6 @@ template <Repr R>
 Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQuery& fence,
                std::vector<std::vector<std::uint64_t>>& hists,
                std::vector<std::vector<std::uint64_t>>& keys) {
-    using T = ReprTraits<R>;
     const std::size_t nj = jobs.size();
     hists.assign(nj, {});
     keys.assign(nj, {});
@@ -300,20 +383,28 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
         lo = std::min(lo, j.lo);
         hi = std::max(hi, j.hi);
     }
-    struct Local {
+    // One per thread, each on cache lines of its own, and its buffers
+    // allocated by the thread that fills them: threads writing next to each
+    // other's data would slow this loop several times over.
+    struct alignas(64) Local {
         std::vector<std::vector<std::uint64_t>> hists, buffers;
         std::uint64_t foundLow = ~std::uint64_t(0), foundHigh = 0;
         bool anyLow = false, anyHigh = false;
         bool overflow = false;
+        bool ready = false;
     };
     std::vector<Local> locals(static_cast<std::size_t>(std::max(ctx.threads, 1)));
-    for (Local& l : locals) {
+    auto prepare = [&](Local& l) {
         l.hists.resize(nj);
         l.buffers.resize(nj);
-        for (std::size_t j = 0; j < nj; ++j)
+        for (std::size_t j = 0; j < nj; ++j) {
             if (!jobs[j].collect)
                 l.hists[j].assign(jobs[j].bins, 0);
-    }
+            else
+                l.buffers[j].reserve(4096);
+        }
+        l.ready = true;
+    };
     auto flushBuffer = [&](Local& l, std::size_t j) {
         std::vector<std::uint64_t>& b = l.buffers[j];
         std::size_t at = fill[j].fetch_add(b.size());
@@ -329,31 +420,40 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
         ctx.plan, ctx.reader, ctx.threads,
         [&](int thread, std::uint64_t, const TileView& view) -> Status {
             Local& l = locals[static_cast<std::size_t>(thread)];
+            if (!l.ready)
+                prepare(l);
+            // Locals rather than members: the compiler keeps them in
+            // registers across the loop.
+            const bool fenceActive = fence.active;
+            const std::uint64_t notBelow = fence.notBelow, notAbove = fence.notAbove;
+            std::uint64_t foundLow = l.foundLow, foundHigh = l.foundHigh;
+            bool anyLow = l.anyLow, anyHigh = l.anyHigh;
+            const bool filtered = !filter.empty();
+            const std::uint64_t span = hi - lo; // keys in [lo, hi]: key - lo <= span
+            const bool anyJob = nj > 0;
             for (const ElementRun& run : view.runs) {
                 const unsigned char* p = run.first;
                 for (std::size_t k = 0; k < run.count; ++k, p += run.step) {
-                    if (!filter.empty() && !filter.matches<R>(p))
+                    if (filtered && !filter.matches<R>(p))
                         continue;
-                    if constexpr (T::isFloat) {
-                        if (T::classify(p) & kClassNonFinite)
-                            continue;
-                    }
-                    const std::uint64_t key = T::key(T::value(p));
-                    if (fence.active) {
-                        if (key >= fence.notBelow && key <= l.foundLow) {
-                            l.foundLow = key;
-                            l.anyLow = true;
+                    std::uint64_t key;
+                    if (!finiteKey<R>(p, key))
+                        continue;
+                    if (fenceActive) {
+                        if (key >= notBelow && key <= foundLow) {
+                            foundLow = key;
+                            anyLow = true;
                         }
-                        if (key <= fence.notAbove && key >= l.foundHigh) {
-                            l.foundHigh = key;
-                            l.anyHigh = true;
+                        if (key <= notAbove && key >= foundHigh) {
+                            foundHigh = key;
+                            anyHigh = true;
                         }
                     }
-                    if (key < lo || key > hi)
+                    if (!anyJob || key - lo > span)
                         continue;
                     for (std::size_t j = 0; j < nj; ++j) {
                         const KeyJob& job = jobs[j];
-                        if (key < job.lo || key > job.hi)
+                        if (key - job.lo > job.hi - job.lo)
                             continue;
                         if (job.collect) {
                             l.buffers[j].push_back(key);
@@ -366,6 +466,10 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
                     }
                 }
             }
+            l.foundLow = foundLow;
+            l.foundHigh = foundHigh;
+            l.anyLow = anyLow;
+            l.anyHigh = anyHigh;
             return Status::Ok();
         },
         nullptr, ctx.cancel);
@@ -374,13 +478,14 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
     for (std::size_t j = 0; j < nj; ++j) {
         if (jobs[j].collect) {
             for (Local& l : locals)
-                if (!l.buffers[j].empty())
+                if (l.ready && !l.buffers[j].empty())
                     flushBuffer(l, j);
         } else {
             hists[j].assign(jobs[j].bins, 0);
             for (Local& l : locals)
-                for (std::size_t b = 0; b < jobs[j].bins; ++b)
-                    hists[j][b] += l.hists[j][b];
+                if (l.ready)
+                    for (std::size_t b = 0; b < jobs[j].bins; ++b)
+                        hists[j][b] += l.hists[j][b];
         }
     }
     for (Local& l : locals) {
@@ -431,9 +536,8 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         states.back()->hist.assign(std::size_t(1) << histBits, 0);
         states.back()->shift = shift;
     }
-    XXH3_state_t* hash = XXH3_createState();
-    XXH3_64bits_reset(hash);
-    TileTurns turns;
+    TileTurns turns; // only its abandoned flag: a failed read stops the hasher
+    OrderedHasher hash(turns);
     const Filter& filter = ctx.filter;
     Status s = forEachTile(
         ctx.plan, ctx.reader, ctx.threads,
@@ -458,22 +562,20 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                     if (!filter.matches<R>(p))
                         continue;
                     firstPassElement<R>(st, p);
-                    st.pack.insert(st.pack.end(), p, p + vbytes);
+                    const std::size_t at = st.pack.size();
+                    st.pack.resize(at + vbytes);
+                    std::memcpy(st.pack.data() + at, p, vbytes);
                 }
             }
             st.flush();
-            if (!turns.wait(tile))
+            const bool ok = direct ? hash.add(tile, view.runs[0].first, view.runs[0].count * esize)
+                                   : hash.add(tile, st.pack.data(), st.pack.size());
+            if (!ok)
                 return Error{ErrorCode::Unreadable, "abandoned"};
-            if (direct)
-                XXH3_64bits_update(hash, view.runs[0].first, view.runs[0].count * esize);
-            else if (!st.pack.empty())
-                XXH3_64bits_update(hash, st.pack.data(), st.pack.size());
-            turns.pass(tile);
             return Status::Ok();
         },
         &turns, ctx.cancel);
-    std::uint64_t checksum = XXH3_64bits_digest(hash);
-    XXH3_freeState(hash);
+    const std::uint64_t checksum = hash.digest();
     if (!s)
         return s;
 
