@@ -155,6 +155,23 @@ TEST(GdbRequests, CastsOfAHeapPointer) {
               QStringLiteral("*(unsigned char(*)[64])&(counters)"));
 }
 
+TEST(GdbRequests, TheProgramWritesOnATerminalOfItsOwn) {
+    auto rig = makeRig();
+    QByteArray program, console;
+    QObject::connect(rig->session.get(), &GdbSession::inferiorOutput,
+                     [&](const QByteArray& bytes) { program += bytes; });
+    QObject::connect(rig->session.get(), &GdbSession::streamText,
+                     [&](const QString& text) { console += text.toUtf8(); });
+    QString why;
+    ASSERT_TRUE(rig->startAt(QStringLiteral("example_arrays_fortran"),
+                             QStringLiteral("arrays_f90.section"), &why))
+        << why.toStdString();
+    EXPECT_TRUE(rig->session->inferiorTerminalPath().startsWith(QStringLiteral("/dev/pts/")));
+    // The Fortran example prints its words before it stops.
+    ASSERT_TRUE(waitFor([&] { return program.contains("words:"); }, 5000)) << program.data();
+    EXPECT_FALSE(console.contains("words:"));
+}
+
 TEST(GdbRequests, SlicesAndFiltersOnTheFortranSection) {
     auto rig =
         startedAt(QStringLiteral("example_arrays_fortran"), QStringLiteral("arrays_f90.section"));
