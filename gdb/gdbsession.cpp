@@ -279,8 +279,12 @@ void GdbSession::handleLine(const QByteArray& line) {
             reply->record_ = record;
             reply->console_ = consoleBuffer_;
             consoleBuffer_.clear();
-            if (record.resultClass == mi::ResultClass::Running)
+            // The debuggee runs from this answer on, even before the
+            // *running record that follows it has been read.
+            if (record.resultClass == mi::ResultClass::Running) {
                 runGeneration_.fetch_add(1);
+                setTargetState(TargetState::Running);
+            }
             finish(reply);
             writeNext();
         }

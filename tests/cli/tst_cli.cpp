@@ -4,12 +4,14 @@
 #include "jsonwriter.h"
 
 #include <QBitArray>
+#include <QCoreApplication>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QObject>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTextStream>
 #include <QVariantMap>
@@ -240,6 +242,34 @@ TEST_F(CliRuns, CoreFile) {
     EXPECT_EQ(r.json.value("Count").toInt(), v.value("plate.count").toInt());
     EXPECT_DOUBLE_EQ(r.json.value("Sum").toDouble(), v.value("plate.sum").toDouble());
     EXPECT_DOUBLE_EQ(r.json.value("ThirdQuartile").toDouble(), v.value("plate.q3").toDouble());
+}
+
+TEST_F(CliRuns, RemoteTarget) {
+    if (QStandardPaths::findExecutable("gdbserver").isEmpty())
+        GTEST_SKIP() << "gdbserver is not installed";
+    const QString port = QString::number(20000 + QCoreApplication::applicationPid() % 20000);
+    QProcess server;
+    server.setProcessChannelMode(QProcess::MergedChannels);
+    server.start("gdbserver", {"--once", "localhost:" + port,
+                               QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_heat"), ref()});
+    ASSERT_TRUE(server.waitForStarted(10000));
+    // It listens once it says so.
+    QByteArray said;
+    for (int i = 0; i < 100 && !said.contains("Listening"); ++i) {
+        server.waitForReadyRead(100);
+        said += server.readAll();
+    }
+    ASSERT_TRUE(said.contains("Listening")) << said.toStdString();
+    const CliRun r =
+        cli({"stats", "--expr", "plate", "--remote", "localhost:" + port, "--break",
+             breakAt("heat.heat"), "--", QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_heat")});
+    server.kill();
+    server.waitForFinished(5000);
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    const auto v = reference();
+    EXPECT_EQ(r.json.value("Count").toInt(), v.value("plate.count").toInt());
+    EXPECT_DOUBLE_EQ(r.json.value("Sum").toDouble(), v.value("plate.sum").toDouble());
+    EXPECT_DOUBLE_EQ(r.json.value("Median").toDouble(), v.value("plate.median").toDouble());
 }
 
 TEST_F(CliRuns, ExitCodes) {
