@@ -186,24 +186,39 @@ template <Repr R> struct alignas(64) FirstPassState {
     Neumaier fsum;
     Moments moments;
     V min{}, max{};
+    // 32-bit bins take half the cache of 64-bit ones; they spill into the
+    // 64-bit histogram long before they could overflow.
+    std::vector<std::uint32_t> hist32;
     std::vector<std::uint64_t> hist;
+    std::uint64_t sinceSpill = 0;
     V block[kBlock];
     double dblock[kBlock];
     std::size_t nb = 0;
     std::vector<unsigned char> pack;
     unsigned shift = 0;
 
+    void spill() {
+        for (std::size_t b = 0; b < hist.size(); ++b) {
+            hist[b] += hist32[b];
+            hist32[b] = 0;
+        }
+        sinceSpill = 0;
+    }
+
     void flush() {
         if (nb == 0)
             return;
         const std::size_t n = nb;
         nb = 0;
+        if (sinceSpill + n > 0xffffffffu)
+            spill();
+        sinceSpill += n;
         V lo = block[0], hi = block[0];
         for (std::size_t i = 0; i < n; ++i) {
             V v = block[i];
             lo = v < lo ? v : lo;
             hi = v > hi ? v : hi;
-            ++hist[T::key(v) >> shift];
+            ++hist32[T::key(v) >> shift];
         }
         double blockSum;
         if constexpr (T::isFloat) {
@@ -534,6 +549,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     for (int i = 0; i < ctx.threads; ++i) {
         states.push_back(std::make_unique<FirstPassState<R>>());
         states.back()->hist.assign(std::size_t(1) << histBits, 0);
+        states.back()->hist32.assign(std::size_t(1) << histBits, 0);
         states.back()->shift = shift;
     }
     TileTurns turns; // only its abandoned flag: a failed read stops the hasher
@@ -579,6 +595,8 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     if (!s)
         return s;
 
+    for (auto& st : states)
+        st->spill();
     FirstPassState<R>& all = *states[0];
     for (std::size_t i = 1; i < states.size(); ++i) {
         FirstPassState<R>& o = *states[i];
