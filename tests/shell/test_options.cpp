@@ -1,0 +1,75 @@
+// The application's command line.
+#include "shell/options.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+shell::Options parse(const QStringList& args, bool expectOk = true, QString* error = nullptr) {
+    shell::Options o;
+    QString why;
+    EXPECT_EQ(shell::parseOptions(args, o, &why), expectOk) << qPrintable(why);
+    if (error)
+        *error = why;
+    return o;
+}
+
+TEST(Options, NothingNamedMeansTheBundledExample) {
+    const shell::Options o = parse({});
+    EXPECT_TRUE(o.bundledExample);
+    EXPECT_TRUE(o.program.isEmpty());
+    EXPECT_EQ(o.gdbPath, "gdb");
+}
+
+TEST(Options, ProgramAndItsArgumentsAfterTheDashes) {
+    const shell::Options o = parse({"--break", "heat.c:124", "--break", "main", "--eval", "plate",
+                                    "--", "/bin/prog", "--eval", "x"});
+    EXPECT_FALSE(o.bundledExample);
+    EXPECT_EQ(o.breaks, (QStringList{"heat.c:124", "main"}));
+    EXPECT_EQ(o.evals, QStringList{"plate"});
+    EXPECT_EQ(o.program, "/bin/prog");
+    EXPECT_EQ(o.programArgs, (QStringList{"--eval", "x"}));
+}
+
+TEST(Options, ProgramWithoutDashes) {
+    const shell::Options o = parse({"--gdb", "/usr/bin/gdb", "prog", "a", "b"});
+    EXPECT_EQ(o.gdbPath, "/usr/bin/gdb");
+    EXPECT_EQ(o.program, "prog");
+    EXPECT_EQ(o.programArgs, (QStringList{"a", "b"}));
+}
+
+TEST(Options, Targets) {
+    EXPECT_EQ(parse({"--attach", "1234"}).attachPid, 1234);
+    EXPECT_FALSE(parse({"--attach", "1234"}).bundledExample);
+    EXPECT_EQ(parse({"--remote", "host:2345", "prog"}).remote, "host:2345");
+    const shell::Options core = parse({"--core", "core.1", "prog"});
+    EXPECT_EQ(core.coreFile, "core.1");
+    EXPECT_EQ(core.program, "prog");
+    EXPECT_EQ(parse({"--screenshot", "/tmp/a.png"}).screenshot, "/tmp/a.png");
+    EXPECT_TRUE(parse({"--screenshot", "/tmp/a.png"}).bundledExample);
+}
+
+TEST(Options, BadUsageIsRefusedWithAReason) {
+    QString why;
+    parse({"--attach", "abc"}, false, &why);
+    EXPECT_EQ(why, "--attach needs a process id, not 'abc'.");
+    parse({"--break"}, false, &why);
+    EXPECT_EQ(why, "--break needs a value.");
+    parse({"--frobnicate"}, false, &why);
+    EXPECT_EQ(why, "Unknown option --frobnicate.");
+    parse({"--attach", "1", "--remote", "h:1"}, false, &why);
+    EXPECT_EQ(why, "Give only one of --attach, --core and --remote.");
+    parse({"--core", "core.1"}, false, &why);
+    EXPECT_EQ(why, "--core needs the program that dumped it.");
+    parse({"--remote", "nohost"}, false, &why);
+    EXPECT_EQ(why, "--remote needs HOST:PORT, not 'nohost'.");
+    parse({"--theme", "blue"}, false, &why);
+    EXPECT_EQ(why, "--theme is light or dark, not 'blue'.");
+}
+
+TEST(Options, HelpIsNoError) {
+    EXPECT_TRUE(parse({"--help"}).help);
+    EXPECT_TRUE(shell::usageText().contains("--screenshot FILE"));
+}
+
+} // namespace
