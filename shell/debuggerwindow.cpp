@@ -420,6 +420,15 @@ bool DebuggerWindow::startDebugger(QString* error) {
     pendingEvals_ = options_.evals;
     if (!session_->start(program, options_.programArgs, error))
         return false;
+    // The bundled example writes its own numbers for the tests to standard
+    // output unless told of a file; the demo has no use for them.
+    if (options_.bundledExample && options_.programArgs.isEmpty())
+        session_->send(QStringLiteral("-interpreter-exec console ") +
+                       quoted(QStringLiteral("set environment ARRAYLENS_REFERENCE /dev/null")));
+    // An installed example keeps its source beside it.
+    if (options_.bundledExample)
+        session_->send(QStringLiteral("-environment-directory ") +
+                       quoted(QFileInfo(program).absolutePath()));
     setWindowTitle(
         QStringLiteral("Array Lens - %1")
             .arg(program.isEmpty() ? QStringLiteral("gdb") : QFileInfo(program).fileName()));
@@ -557,6 +566,11 @@ void DebuggerWindow::handleStopped(const QVariantMap& fields) {
     refreshLists();
     emit stopped();
     evalNextPending();
+    // Nothing to show in the view: the picture is of the stop itself.
+    if (!options_.screenshot.isEmpty() && !screenshotTaken_ && options_.evals.isEmpty()) {
+        screenshotTaken_ = true;
+        QTimer::singleShot(1000, this, &DebuggerWindow::takeScreenshot);
+    }
 }
 
 void DebuggerWindow::listDone() {
