@@ -272,6 +272,25 @@ TEST_F(CliRuns, RemoteTarget) {
     EXPECT_DOUBLE_EQ(r.json.value("Median").toDouble(), v.value("plate.median").toDouble());
 }
 
+TEST_F(CliRuns, ProgramThatExitsBeforeItsBreakpoint) {
+    // A line only reached when malloc fails: the program runs to its end.
+    const QString source = breakAt("bigarray.big").section(':', 0, 0);
+    QFile f(source);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    const QStringList lines = QString::fromUtf8(f.readAll()).split('\n');
+    int line = 0;
+    for (int i = 0; i < lines.size() && !line; ++i)
+        if (lines[i].contains("perror(\"malloc\")"))
+            line = i + 1;
+    ASSERT_GT(line, 0);
+    const CliRun r = cli({"stats", "--expr", "*data@10", "--break",
+                          QStringLiteral("%1:%2").arg(source).arg(line), "--",
+                          QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_bigarray"), "10"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.json.value("result").toString(), QStringLiteral("exit")) << r.out.toStdString();
+    EXPECT_TRUE(r.err.contains("exited")) << r.err.toStdString();
+}
+
 TEST_F(CliRuns, ExitCodes) {
     CliRun unknown = heat("stats", {"--expr", "nosuchvar"});
     EXPECT_EQ(unknown.exitCode, 1);
