@@ -80,6 +80,9 @@ struct Table {
     DataType dataType = DataType::Other;
 };
 
+// On an error the answer still names the slice, the dimensions, the format
+// and the element class: the request's own slice, rowDim, colDim and format,
+// and dataTypeOf(array.kind).
 Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::string_view slice,
                          std::string_view filter,
                          const TableOptions& options = TableOptions::Defaults());
