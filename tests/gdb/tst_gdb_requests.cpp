@@ -491,3 +491,27 @@ TEST(GdbRequests, CoreFileIsReadThroughGdb) {
             near(number(rig->ref.value(key + ".median")), stats->property("Median").toDouble()));
     }
 }
+
+TEST(GdbRequests, AnAllocatableBeforeAllocateIsRefused) {
+    auto rig = startedAt(QStringLiteral("example_arrays_fortran"),
+                         QStringLiteral("arrays_f90.unallocated"));
+    ASSERT_TRUE(rig);
+    EXPECT_EQ(rig->ref.value("a.allocated"), QStringLiteral("0"));
+    GdbExpression* a = rig->evaluate(QStringLiteral("a"));
+    EXPECT_TRUE(a->hasError());
+    EXPECT_TRUE(a->getErrorMessage().contains(QStringLiteral("not allocated")))
+        << a->getErrorMessage().toStdString();
+    ArrayInfoRequest info;
+    info.setFields(nullptr);
+    info.propertyBag->setProperty("Expression", QStringLiteral("a"));
+    auto bag = rig->request(info);
+    EXPECT_EQ(resultOf(bag), QStringLiteral("error"));
+    EXPECT_TRUE(msgOf(bag).contains(QStringLiteral("not allocated"))) << msgOf(bag).toStdString();
+
+    // The arrays beside it answer as usual, with their declared bounds.
+    GdbExpression* x = rig->evaluate(QStringLiteral("x"));
+    auto xinfo = rig->info(x);
+    ASSERT_EQ(resultOf(xinfo), QStringLiteral("done"));
+    EXPECT_EQ(xinfo->property("EmptySlice").toString(), QStringLiteral("(0:9,-2:5)"));
+    EXPECT_EQ(xinfo->property("ArrayBounds").toStringList(), rig->ref.value("x.bounds").split(','));
+}
