@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QVariant>
+#include <cmath>
 
 ChartFeed::ChartFeed(DataQObject* source) : QObject(source), source(source) {
     connect(source, &DataQObject::dataAvailable, this, &ChartFeed::sourceChanged);
@@ -90,10 +91,27 @@ bool ChartFeed::isFortran() {
 QJsonValue ChartFeed::packDoubles(const double* values, int count) {
     if (count <= 0)
         return QJsonArray();
-    const QByteArray raw =
-        QByteArray::fromRawData(reinterpret_cast<const char*>(values), int(count * sizeof(double)));
+    // Positions, and the values of integer arrays, are whole numbers: as
+    // 32-bit integers they take half the text. -0 stays a double, so that
+    // every value arrives exactly as it is.
+    bool whole = true;
+    for (int i = 0; i < count && whole; ++i) {
+        const double v = values[i];
+        whole = v >= -2147483648.0 && v <= 2147483647.0 && v == double(qint32(v)) &&
+                !(v == 0 && std::signbit(v));
+    }
     QJsonObject packedArray;
-    packedArray.insert(QStringLiteral("$f64"), QString::fromLatin1(raw.toBase64()));
+    if (whole) {
+        QByteArray raw(int(count * sizeof(qint32)), Qt::Uninitialized);
+        qint32* out = reinterpret_cast<qint32*>(raw.data());
+        for (int i = 0; i < count; ++i)
+            out[i] = qint32(values[i]);
+        packedArray.insert(QStringLiteral("$i32"), QString::fromLatin1(raw.toBase64()));
+    } else {
+        const QByteArray raw = QByteArray::fromRawData(reinterpret_cast<const char*>(values),
+                                                       int(count * sizeof(double)));
+        packedArray.insert(QStringLiteral("$f64"), QString::fromLatin1(raw.toBase64()));
+    }
     return packedArray;
 }
 

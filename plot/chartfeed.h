@@ -8,8 +8,9 @@
 // of a second. So the channel carries not the data object itself but this twin
 // of it, under the same name, with the same signal and a `dataJson` of the
 // same keys in which each array of numbers is packed as
-// {"$f64": base64 of the raw doubles}; the page unpacks it into typed arrays,
-// so it draws exactly the values of the data object's own document.
+// {"$f64": base64 of the raw doubles}, or {"$i32": base64 of 32-bit integers}
+// when all of them are whole numbers that fit; the page unpacks it into typed
+// arrays, so it draws exactly the values of the data object's own document.
 
 #include <QJsonDocument>
 #include <QObject>
@@ -53,11 +54,12 @@ public:
     bool isWithheld() const { return withheld; }
 
     // The packed form of any JSON value: arrays whose members are all numbers
-    // become {"$f64": base64}, other arrays and objects are packed member by
-    // member, everything else stays as it is.
+    // become {"$f64": base64} or {"$i32": base64}, other arrays and objects
+    // are packed member by member, everything else stays as it is.
     static QJsonValue pack(const QJsonValue& value);
-    // The packed form of `count` values: {"$f64": base64}, or an empty
-    // array for none, as pack() gives for the same values.
+    // The packed form of `count` values: {"$i32": base64} when all are whole
+    // numbers that fit, else {"$f64": base64}, or an empty array for none,
+    // as pack() gives for the same values.
     static QJsonValue packDoubles(const double* values, int count);
 
 signals:

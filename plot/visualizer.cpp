@@ -10,6 +10,7 @@
 #include "wire/watchers.h"
 
 #include <QDebug>
+#include <QTimer>
 #include <QUrl>
 #include <QWebChannel>
 #include <QWebEngineHistory>
@@ -37,6 +38,7 @@ Visualizer::Visualizer(QWidget* parent) : QWebEngineView(parent) {
 }
 
 Visualizer::~Visualizer() {
+    *alive = false;
     delete channel;
     delete histData;
     delete lineData;
@@ -221,12 +223,43 @@ void Visualizer::plotIt() {
          {static_cast<DataQObject*>(lineData), static_cast<DataQObject*>(histData),
           static_cast<DataQObject*>(surfData)})
         data->channelObject()->withhold();
+    ++loadCount;
     load(QUrl(pageUrl));
     show();
     raise();
 }
 
 void Visualizer::finishLoading(bool) {
+    if (plotData && currentData)
+        handOverWhenPageReady(loadCount, 0);
+}
+
+// The page hears of its values only through dataAvailable, and the channel
+// may pass a change to a page that has just loaded before the page has set up
+// its end of the channel: its readiness for changes outlives the page that
+// declared it. Such a page drops the change and would never draw. So the
+// values are handed over once the page holds its data model, which it takes
+// as it connects to the signal; usually that is so by the end of the load.
+void Visualizer::handOverWhenPageReady(int load, int attempt) {
+    const QSharedPointer<bool> living = alive;
+    page()->runJavaScript(QStringLiteral("window.dataModel !== undefined"),
+                          [this, living, load, attempt](const QVariant& ready) {
+                              if (!*living || load != loadCount || !plotData)
+                                  return;
+                              // A page that failed to load never gets there;
+                              // it is given the values all the same.
+                              if (ready.toBool() || attempt >= 500) {
+                                  handOver();
+                                  return;
+                              }
+                              QTimer::singleShot(10, this, [this, load, attempt] {
+                                  if (load == loadCount)
+                                      handOverWhenPageReady(load, attempt + 1);
+                              });
+                          });
+}
+
+void Visualizer::handOver() {
     if (plotData && currentData) {
         currentData->setData(static_cast<double*>(plotData), plotDataCount, width(), height(),
                              title);

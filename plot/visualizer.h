@@ -3,6 +3,7 @@
 // feeds it the values of one plot request through a web channel.
 
 #include <QList>
+#include <QSharedPointer>
 #include <QSize>
 #include <QString>
 #include <QWebEngineView>
@@ -58,4 +59,14 @@ public slots:
     void finishLoading(bool);
     void handleVisualDataFinished();
     void refresh();
+
+private:
+    void handOverWhenPageReady(int load, int attempt);
+    void handOver();
+
+    // Counts the loads begun, so that a check for one page's readiness
+    // cannot hand values to the next; false once this view is going away,
+    // for checks that answer late.
+    int loadCount = 0;
+    QSharedPointer<bool> alive = QSharedPointer<bool>::create(true);
 };

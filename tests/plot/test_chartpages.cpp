@@ -399,6 +399,7 @@ TEST(ChartPages, PagesDrawExactlyTheValuesOfTheDataObjectsDocument) {
     PageRig rig;
     const std::vector<double> awkward = {0.1,     1.0 / 3.0, -2e300, 5e-324, 123456789.123456789,
                                          -1e-310, 1e308,     -7.25,  0.0,    4503599627370497.0};
+    const std::vector<double> whole = {3, -2147483648.0, 2147483647, 0, -17, 65536};
     auto numbers = [](const QJsonArray& a) {
         QVariantList out;
         for (const QJsonValue& v : a)
@@ -417,6 +418,13 @@ TEST(ChartPages, PagesDrawExactlyTheValuesOfTheDataObjectsDocument) {
     EXPECT_EQ(rig.js(trace.arg("x")).toList(),
               numbers(rig.viz.histData->dataJson.object().value("x").toArray()));
 
+    // Whole numbers travel in a shorter form and arrive just the same.
+    ASSERT_TRUE(rig.plot(0, plotAnswer(whole)));
+    EXPECT_EQ(rig.js(trace.arg("x")).toList(),
+              numbers(rig.viz.histData->dataJson.object().value("x").toArray()));
+    EXPECT_EQ(rig.js(trace.arg("x")).toList(),
+              (QVariantList{3., -2147483648., 2147483647., 0., -17., 65536.}));
+
     ASSERT_TRUE(rig.plot(2, plotAnswer(awkward, 2, 2, 5)));
     const QJsonArray z = rig.viz.surfData->dataJson.object().value("z").toArray();
     ASSERT_EQ(z.size(), 2);
@@ -427,4 +435,22 @@ TEST(ChartPages, PagesDrawExactlyTheValuesOfTheDataObjectsDocument) {
                       .toList(),
                   numbers(z.at(r).toArray()))
             << "row " << r;
+}
+
+TEST(ChartPages, PlotAskedForAgainWhileThePageIsLoadingIsStillDrawn) {
+    PageRig rig;
+    for (int round = 0; round < 3; ++round) {
+        rig.core.debugger().respond(VIS, plotAnswer(ramp(50)));
+        const int answered = rig.successes.count();
+        rig.viz.showLinePlot(&rig.expr, QStringLiteral("[0:49]"), QString());
+        // The answer is in and its page has begun to load.
+        ASSERT_TRUE(fake::waitFor([&] { return rig.successes.count() > answered; }, LONG_WAIT_MS));
+        ASSERT_TRUE(rig.plot(1, plotAnswer({7, 8, 9}))) << "round " << round;
+        EXPECT_EQ(
+            rig.js(QStringLiteral("Array.from(document.getElementById('pf_dataviz').data[0].y)"
+                                  ".join(',')"))
+                .toString(),
+            QStringLiteral("7,8,9"))
+            << "round " << round;
+    }
 }

@@ -29,9 +29,22 @@ QJsonArray doubles(std::initializer_list<double> values) {
     return a;
 }
 
+// The values of a packed array, whichever form it took.
 std::vector<double> unpackF64(const QJsonValue& packed) {
-    const QByteArray raw = QByteArray::fromBase64(
-        packed.toObject().value(QStringLiteral("$f64")).toString().toLatin1());
+    const QJsonObject o = packed.toObject();
+    if (o.contains(QStringLiteral("$i32"))) {
+        const QByteArray raw =
+            QByteArray::fromBase64(o.value(QStringLiteral("$i32")).toString().toLatin1());
+        std::vector<double> out(size_t(raw.size()) / sizeof(qint32));
+        for (size_t i = 0; i < out.size(); ++i) {
+            qint32 v;
+            std::memcpy(&v, raw.constData() + i * sizeof(qint32), sizeof v);
+            out[i] = v;
+        }
+        return out;
+    }
+    const QByteArray raw =
+        QByteArray::fromBase64(o.value(QStringLiteral("$f64")).toString().toLatin1());
     std::vector<double> out(size_t(raw.size()) / sizeof(double));
     std::memcpy(out.data(), raw.constData(), out.size() * sizeof(double));
     return out;
@@ -300,4 +313,27 @@ TEST(ChartFeed, PackedFormMadeFromTheValuesEqualsTheDocumentPacked) {
     empty.setData(nullptr, 0, 1, 1, QString());
     EXPECT_EQ(empty.packedJson(),
               QJsonDocument(ChartFeed::pack(empty.dataJson.object()).toObject()));
+}
+
+TEST(ChartFeed, WholeNumbersTravelAsIntegersAndEverythingElseAsDoubles) {
+    const double whole[] = {0, -1, 2147483647, -2147483648.0, 12};
+    const QJsonObject asInts = ChartFeed::packDoubles(whole, 5).toObject();
+    EXPECT_EQ(asInts.keys(), QStringList{"$i32"});
+    EXPECT_EQ(unpackF64(asInts), (std::vector<double>(whole, whole + 5)));
+
+    for (double odd :
+         {-0.0, 2147483648.0, 0.5, -2147483649.0, std::numeric_limits<double>::quiet_NaN()}) {
+        const double values[] = {1, 2, odd};
+        const QJsonObject packed = ChartFeed::packDoubles(values, 3).toObject();
+        EXPECT_EQ(packed.keys(), QStringList{"$f64"}) << odd;
+        const std::vector<double> back = unpackF64(packed);
+        ASSERT_EQ(back.size(), 3u);
+        EXPECT_EQ(std::memcmp(back.data(), values, sizeof values), 0) << odd;
+    }
+    // The line's positions are whole: they take the short form.
+    LineDataQObject line;
+    double values[] = {0.25, 0.5};
+    line.setData(values, 2, 1, 1, QString());
+    EXPECT_TRUE(line.channelObject()->dataJson().object().value("x").toObject().contains("$i32"));
+    EXPECT_TRUE(line.channelObject()->dataJson().object().value("y").toObject().contains("$f64"));
 }
