@@ -291,6 +291,29 @@ TEST_F(CliRuns, ProgramThatExitsBeforeItsBreakpoint) {
     EXPECT_TRUE(r.err.contains("exited")) << r.err.toStdString();
 }
 
+TEST_F(CliRuns, AttachToARunningProgram) {
+    QProcess program;
+    program.start(QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_bigarray"), {"5000", "wait"});
+    ASSERT_TRUE(program.waitForStarted(10000));
+    QByteArray said;
+    for (int i = 0; i < 100 && !said.contains("waiting"); ++i) {
+        program.waitForReadyRead(100);
+        said += program.readAllStandardError();
+    }
+    ASSERT_TRUE(said.contains("waiting")) << said.toStdString();
+    const CliRun r =
+        cli({"stats", "--expr", "*data@5000", "--attach", QString::number(program.processId())});
+    // Detached again: the program goes on sleeping.
+    EXPECT_FALSE(program.waitForFinished(300));
+    program.kill();
+    program.waitForFinished(5000);
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    // The program puts a zero at every 4096th element and nowhere else.
+    EXPECT_EQ(r.json.value("Count").toInt(), 5000);
+    EXPECT_EQ(r.json.value("ZeroCount").toInt(), 2);
+    EXPECT_EQ(r.json.value("EmptySlice").toString(), QStringLiteral("[0:4999]"));
+}
+
 TEST_F(CliRuns, ExitCodes) {
     CliRun unknown = heat("stats", {"--expr", "nosuchvar"});
     EXPECT_EQ(unknown.exitCode, 1);
