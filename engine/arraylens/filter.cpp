@@ -1011,6 +1011,163 @@ bool Filter::matchesDouble(double value, unsigned floatClass) const {
     return evalBool(*program_, program_->root, Elem<double>{false, 0, value, floatClass});
 }
 
+namespace {
+
+// Per-thread rows of the block stack, grown on demand.
+template <class T> T* blockStack(std::size_t rows) {
+    thread_local std::vector<T> storage;
+    if (storage.size() < rows * Filter::kBlock)
+        storage.resize(rows * Filter::kBlock);
+    return storage.data();
+}
+
+template <class T, class Op> void binaryRows(T* a, const T* b, std::size_t n, Op op) {
+    for (std::size_t k = 0; k < n; ++k)
+        a[k] = op(a[k], b[k]);
+}
+
+template <class T> void compareRows(CmpOp c, T* a, const T* b, std::size_t n) {
+    switch (c) {
+    case CmpOp::Eq:
+        binaryRows(a, b, n, [](T x, T y) { return x == y ? T(1) : T(0); });
+        break;
+    case CmpOp::Ne:
+        binaryRows(a, b, n, [](T x, T y) { return x != y ? T(1) : T(0); });
+        break;
+    case CmpOp::Lt:
+        binaryRows(a, b, n, [](T x, T y) { return x < y ? T(1) : T(0); });
+        break;
+    case CmpOp::Le:
+        binaryRows(a, b, n, [](T x, T y) { return x <= y ? T(1) : T(0); });
+        break;
+    case CmpOp::Gt:
+        binaryRows(a, b, n, [](T x, T y) { return x > y ? T(1) : T(0); });
+        break;
+    case CmpOp::Ge:
+        binaryRows(a, b, n, [](T x, T y) { return x >= y ? T(1) : T(0); });
+        break;
+    }
+}
+
+template <class T> void logicRows(FlatOp op, T* a, const T* b, std::size_t n) {
+    if (op == FlatOp::And)
+        binaryRows(a, b, n, [](T x, T y) { return (x != 0 && y != 0) ? T(1) : T(0); });
+    else
+        binaryRows(a, b, n, [](T x, T y) { return (x != 0 || y != 0) ? T(1) : T(0); });
+}
+
+} // namespace
+
+void Filter::runBlock(const double* values, const unsigned* classes, std::size_t n,
+                      unsigned char* pass) const {
+    const std::size_t rows = kFlatStack;
+    double* stack = blockStack<double>(rows);
+    auto row = [&](std::size_t i) { return stack + i * kBlock; };
+    std::size_t top = 0;
+    for (const FlatStep& st : program_->flatDouble) {
+        double* a = top >= 2 ? row(top - 2) : nullptr;
+        double* b = top >= 1 ? row(top - 1) : nullptr;
+        switch (st.op) {
+        case FlatOp::Value:
+            std::copy(values, values + n, row(top++));
+            break;
+        case FlatOp::Const:
+            std::fill(row(top), row(top) + n, st.d);
+            ++top;
+            break;
+        case FlatOp::Add:
+            binaryRows(a, b, n, [](double x, double y) { return x + y; });
+            --top;
+            break;
+        case FlatOp::Sub:
+            binaryRows(a, b, n, [](double x, double y) { return x - y; });
+            --top;
+            break;
+        case FlatOp::Mul:
+            binaryRows(a, b, n, [](double x, double y) { return x * y; });
+            --top;
+            break;
+        case FlatOp::Div:
+            binaryRows(a, b, n, [](double x, double y) { return x / y; });
+            --top;
+            break;
+        case FlatOp::Neg:
+            for (std::size_t k = 0; k < n; ++k)
+                b[k] = -b[k];
+            break;
+        case FlatOp::Abs:
+            for (std::size_t k = 0; k < n; ++k)
+                b[k] = std::fabs(b[k]);
+            break;
+        case FlatOp::Cmp:
+            compareRows(st.cmp, a, b, n);
+            --top;
+            break;
+        case FlatOp::ClassOfValue: {
+            double* r = row(top++);
+            for (std::size_t k = 0; k < n; ++k)
+                r[k] = ((classes[k] & st.classMask) != 0) != st.negate ? 1 : 0;
+            break;
+        }
+        case FlatOp::ClassOfResult:
+            for (std::size_t k = 0; k < n; ++k)
+                b[k] = ((classOf(b[k]) & st.classMask) != 0) != st.negate ? 1 : 0;
+            break;
+        case FlatOp::And:
+        case FlatOp::Or:
+            logicRows(st.op, a, b, n);
+            --top;
+            break;
+        case FlatOp::Not:
+            for (std::size_t k = 0; k < n; ++k)
+                b[k] = b[k] != 0 ? 0 : 1;
+            break;
+        }
+    }
+    for (std::size_t k = 0; k < n; ++k)
+        pass[k] = stack[k] != 0 ? 1 : 0;
+}
+
+void Filter::runBlock(const __int128* values, std::size_t n, unsigned char* pass) const {
+    __int128* stack = blockStack<__int128>(kFlatStack);
+    auto row = [&](std::size_t i) { return stack + i * kBlock; };
+    std::size_t top = 0;
+    for (const FlatStep& st : program_->flatInteger) {
+        __int128* a = top >= 2 ? row(top - 2) : nullptr;
+        __int128* b = top >= 1 ? row(top - 1) : nullptr;
+        switch (st.op) {
+        case FlatOp::Value:
+            std::copy(values, values + n, row(top++));
+            break;
+        case FlatOp::Const:
+            std::fill(row(top), row(top) + n, st.i);
+            ++top;
+            break;
+        case FlatOp::Cmp:
+            compareRows(st.cmp, a, b, n);
+            --top;
+            break;
+        case FlatOp::ClassOfValue: // integers belong to no class
+            std::fill(row(top), row(top) + n, st.negate ? 1 : 0);
+            ++top;
+            break;
+        case FlatOp::And:
+        case FlatOp::Or:
+            logicRows(st.op, a, b, n);
+            --top;
+            break;
+        case FlatOp::Not:
+            for (std::size_t k = 0; k < n; ++k)
+                b[k] = b[k] != 0 ? 0 : 1;
+            break;
+        default:
+            break;
+        }
+    }
+    for (std::size_t k = 0; k < n; ++k)
+        pass[k] = stack[k] != 0 ? 1 : 0;
+}
+
 bool Filter::flattened(bool integer) const {
     return program_ && !(integer ? program_->flatInteger : program_->flatDouble).empty();
 }

@@ -21,6 +21,7 @@
 #include "element.h"
 #include "result.h"
 
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -45,6 +46,44 @@ public:
     // The tree walk alone, without the flattened form; tests compare the two.
     bool matchesTree(__int128 i, double d, bool isInt, unsigned floatClass) const;
 
+    // Elements a block test takes at most.
+    static constexpr std::size_t kBlock = 256;
+
+    // Tests n <= kBlock elements, the k-th at p + k * step, and sets pass[k]
+    // to 1 or 0. Each operation of the filter then runs over the whole
+    // block, which costs much less per element than n calls of matches().
+    template <Repr R>
+    void matchBlock(const unsigned char* p, std::ptrdiff_t step, std::size_t n,
+                    unsigned char* pass) const {
+        using T = ReprTraits<R>;
+        if (!program_) {
+            std::memset(pass, 1, n);
+            return;
+        }
+        if constexpr (R == Repr::F32 || R == Repr::F64) {
+            if (flattened(false)) {
+                double values[kBlock];
+                unsigned classes[kBlock];
+                for (std::size_t k = 0; k < n; ++k, p += step) {
+                    values[k] = static_cast<double>(T::native(p));
+                    classes[k] = T::classify(p);
+                }
+                runBlock(values, classes, n, pass);
+                return;
+            }
+        } else if constexpr (!T::isFloat) {
+            if (flattened(true)) {
+                __int128 values[kBlock];
+                for (std::size_t k = 0; k < n; ++k, p += step)
+                    values[k] = static_cast<__int128>(T::value(p));
+                runBlock(values, n, pass);
+                return;
+            }
+        }
+        for (std::size_t k = 0; k < n; ++k, p += step)
+            pass[k] = matches<R>(p) ? 1 : 0;
+    }
+
     // Tests the element at p, whose representation is R.
     template <Repr R> bool matches(const unsigned char* p) const {
         using T = ReprTraits<R>;
@@ -61,6 +100,9 @@ public:
 
 private:
     friend Result<Filter> compileFilter(std::string_view text);
+    void runBlock(const double* values, const unsigned* classes, std::size_t n,
+                  unsigned char* pass) const;
+    void runBlock(const __int128* values, std::size_t n, unsigned char* pass) const;
     std::shared_ptr<const FilterProgram> program_;
     std::string text_;
 };

@@ -52,10 +52,16 @@ Status collect(const TilePlan& plan, Reader& reader, const Filter& filter,
         plan, reader, threads,
         [&](int, std::uint64_t tile, const TileView& view) -> Status {
             std::uint64_t c = 0;
+            unsigned char pass[Filter::kBlock];
             for (const ElementRun& run : view.runs) {
                 const unsigned char* p = run.first;
-                for (std::size_t k = 0; k < run.count; ++k, p += run.step)
-                    c += filter.matches<R>(p) ? 1 : 0;
+                for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
+                    const std::size_t m = std::min(Filter::kBlock, run.count - k0);
+                    filter.matchBlock<R>(p, run.step, m, pass);
+                    for (std::size_t k = 0; k < m; ++k)
+                        c += pass[k];
+                    p += static_cast<std::ptrdiff_t>(m) * run.step;
+                }
             }
             counts[static_cast<std::size_t>(tile)] = c;
             return Status::Ok();

@@ -446,11 +446,18 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
             const bool filtered = !filter.empty();
             const std::uint64_t span = hi - lo; // keys in [lo, hi]: key - lo <= span
             const bool anyJob = nj > 0;
+            unsigned char pass[Filter::kBlock];
             for (const ElementRun& run : view.runs) {
                 const unsigned char* p = run.first;
                 for (std::size_t k = 0; k < run.count; ++k, p += run.step) {
-                    if (filtered && !filter.matches<R>(p))
-                        continue;
+                    const std::size_t inBlock = k % Filter::kBlock;
+                    if (filtered) {
+                        if (inBlock == 0)
+                            filter.matchBlock<R>(p, run.step,
+                                                 std::min(Filter::kBlock, run.count - k), pass);
+                        if (!pass[inBlock])
+                            continue;
+                    }
                     std::uint64_t key;
                     if (!finiteKey<R>(p, key))
                         continue;
@@ -574,13 +581,18 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                                            run.first + k * esize + vbytes);
                     continue;
                 }
-                for (std::size_t k = 0; k < run.count; ++k, p += run.step) {
-                    if (!filter.matches<R>(p))
-                        continue;
-                    firstPassElement<R>(st, p);
-                    const std::size_t at = st.pack.size();
-                    st.pack.resize(at + vbytes);
-                    std::memcpy(st.pack.data() + at, p, vbytes);
+                unsigned char pass[Filter::kBlock];
+                for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
+                    const std::size_t m = std::min(Filter::kBlock, run.count - k0);
+                    filter.matchBlock<R>(p, run.step, m, pass);
+                    for (std::size_t k = 0; k < m; ++k, p += run.step) {
+                        if (!pass[k])
+                            continue;
+                        firstPassElement<R>(st, p);
+                        const std::size_t at = st.pack.size();
+                        st.pack.resize(at + vbytes);
+                        std::memcpy(st.pack.data() + at, p, vbytes);
+                    }
                 }
             }
             st.flush();

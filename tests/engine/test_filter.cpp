@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 using namespace arraylens;
 
@@ -281,6 +282,27 @@ TEST(Filter, FlatFormAgreesWithTheTree) {
         }
         for (std::int64_t v : ints)
             EXPECT_EQ(f->matchesInteger(v), f->matchesTree(v, 0, true, 0)) << text << " with " << v;
+
+        // Whole blocks, read with a stride, give the same answers.
+        const std::size_t nd = sizeof values / sizeof values[0];
+        std::vector<double> spread(2 * nd);
+        for (std::size_t k = 0; k < nd; ++k)
+            spread[2 * k] = values[k];
+        unsigned char pass[Filter::kBlock];
+        f->matchBlock<Repr::F64>(reinterpret_cast<const unsigned char*>(spread.data()), 16, nd,
+                                 pass);
+        for (std::size_t k = 0; k < nd; ++k) {
+            unsigned char bytes[8];
+            std::memcpy(bytes, &values[k], 8);
+            EXPECT_EQ(pass[k] != 0,
+                      f->matchesTree(0, values[k], false, ReprTraits<Repr::F64>::classify(bytes)))
+                << "block: " << text << " with " << values[k];
+        }
+        const std::size_t ni = sizeof ints / sizeof ints[0];
+        f->matchBlock<Repr::I64>(reinterpret_cast<const unsigned char*>(ints), 8, ni, pass);
+        for (std::size_t k = 0; k < ni; ++k)
+            EXPECT_EQ(pass[k] != 0, f->matchesTree(ints[k], 0, true, 0))
+                << "block: " << text << " with " << ints[k];
     }
     EXPECT_TRUE(compileFilter("$value > 1")->flattened(false));
     EXPECT_TRUE(compileFilter("$value > 1 && $value != $nan")->flattened(true));
