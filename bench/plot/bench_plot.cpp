@@ -8,7 +8,7 @@
 //   LineTransport500k  only the channel and the draw, on a page already loaded:
 //                      the packed twin that the display publishes against the
 //                      data object itself published as plain JSON (the baseline;
-//                      about 20 s).
+//                      20 to 30 s).
 //   HistogramLargestWithin3s
 //                      the largest histogram whose whole road stays within 3 s,
 //                      found by doubling and then bisecting.
