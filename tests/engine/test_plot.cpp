@@ -58,7 +58,22 @@ TEST(Plot, LimitGivesTheCountAndSuggestsAStride) {
     EXPECT_EQ(plotValues(a, r, "", "$value > 0", o).message(),
               "The plot would have 1000 values, more than the 300 it can show. Give the slice a "
               "stride of 4 or more in one of its dimensions.");
-    EXPECT_EQ(kMaxPlotValues, 50'000'000u);
+}
+
+TEST(Plot, DefaultLimitRefusesOneValueMoreThanItAllows) {
+    std::vector<float> v(kMaxPlotValues + 1, 1.0f);
+    ArrayDescriptor a =
+        ArrayDescriptor::cArray(ElementKind::Float, reinterpret_cast<std::uintptr_t>(v.data()),
+                                {static_cast<std::int64_t>(v.size())});
+    BufferReader r(v.data(), v.size() * sizeof(float));
+    Result<PlotValues> all = plotValues(a, r, "", "", PlotOptions::Defaults());
+    ASSERT_FALSE(all.ok());
+    EXPECT_NE(all.message().find(std::to_string(kMaxPlotValues + 1)), std::string::npos)
+        << all.message();
+    const std::string upToLimit = "[0:" + std::to_string(kMaxPlotValues - 1) + "]";
+    Result<PlotValues> limit = plotValues(a, r, upToLimit, "", PlotOptions::Defaults());
+    ASSERT_TRUE(limit.ok()) << limit.message();
+    EXPECT_EQ(limit->values.size(), kMaxPlotValues);
 }
 
 TEST(Plot, CancelFlagStopsTheWork) {
