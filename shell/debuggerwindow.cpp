@@ -19,6 +19,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QPlainTextEdit>
+#include <QRegularExpression>
 #include <QScrollBar>
 #include <QSplitter>
 #include <QStatusBar>
@@ -443,21 +444,50 @@ bool DebuggerWindow::startDebugger(QString* error) {
         if (r.isError())
             setStatus(r.errorMessage());
     };
+    // A core file, or a gdbserver that has just started its program, is
+    // stopped without a stop record: the answer to the connection names the
+    // frame.
+    auto stoppedOnConnect = [this](const MiReply& r) {
+        const QVariantMap fields = resultsOf(r);
+        session_->markStopped();
+        QVariantMap stop;
+        stop.insert(QStringLiteral("reason"), QStringLiteral("connected"));
+        stop.insert(QStringLiteral("frame"), fields.value(QStringLiteral("frame")));
+        stop.insert(QStringLiteral("thread-id"), QStringLiteral("1"));
+        handleStopped(stop);
+    };
     if (options_.attachPid > 0) {
+        // The process goes on living when the window closes.
+        session_->setKillDebuggeeWithGdb(false);
         session_->send(QStringLiteral("-target-attach %1").arg(options_.attachPid), reportFailure);
         setStatus(QStringLiteral("Attaching to %1").arg(options_.attachPid));
     } else if (!options_.coreFile.isEmpty()) {
+        // -target-select takes its arguments as plain words.
+        if (options_.coreFile.contains(QRegularExpression(QStringLiteral("[\\s\"'\\\\]")))) {
+            *error = QStringLiteral("The core file's path must not contain blanks or quotes.");
+            return false;
+        }
         session_->setTargetIsLocalProcess(false);
-        session_->send(QStringLiteral("-target-select core ") + quoted(options_.coreFile),
-                       [this, reportFailure](const MiReply& r) {
+        session_->send(QStringLiteral("-target-select core ") + options_.coreFile,
+                       [reportFailure, stoppedOnConnect](const MiReply& r) {
                            reportFailure(r);
                            if (!r.isError())
-                               refreshLists();
+                               stoppedOnConnect(r);
                        });
         setStatus(QStringLiteral("Core file %1").arg(options_.coreFile));
     } else if (!options_.remote.isEmpty()) {
         session_->setTargetIsLocalProcess(false);
-        session_->send(QStringLiteral("-target-select remote ") + options_.remote, reportFailure);
+        const bool runToBreak = !breaks.isEmpty();
+        session_->send(QStringLiteral("-target-select remote ") + options_.remote,
+                       [this, reportFailure, stoppedOnConnect, runToBreak](const MiReply& r) {
+                           reportFailure(r);
+                           if (r.isError())
+                               return;
+                           stoppedOnConnect(r);
+                           // As a local run does: on to the first breakpoint.
+                           if (runToBreak)
+                               runControl(QStringLiteral("continue"));
+                       });
         setStatus(QStringLiteral("Connecting to %1").arg(options_.remote));
     } else if (!program.isEmpty()) {
         session_->send(QStringLiteral("-exec-run"), reportFailure);
@@ -551,6 +581,9 @@ void DebuggerWindow::handleStopped(const QVariantMap& fields) {
     const QVariantMap frame = fields.value(QStringLiteral("frame")).toMap();
     const QString thread = fields.value(QStringLiteral("thread-id")).toString();
     corePlugin_->currentFrame = gdbDebugger_->currentFrame();
+    if (!corePlugin_->currentFrame && !frame.isEmpty())
+        corePlugin_->currentFrame =
+            QSharedPointer<IHVFrame>(new GdbFrame(frameInfo(frame, thread)), &QObject::deleteLater);
     corePlugin_->currentThread =
         QSharedPointer<IHVThread>(new ShellThread(thread), &QObject::deleteLater);
     stopFunction_ = frame.value(QStringLiteral("func")).toString();

@@ -347,6 +347,26 @@ TEST(EndToEnd, ConsoleRunsTypedCommands) {
         << qPrintable(output->toPlainText());
 }
 
+TEST(EndToEnd, CoreFileOpensStoppedAndShowsItsArrays) {
+    ShellRig rig;
+    // A core of the heat example at its first stop, written by gdb itself.
+    const QString core = rig.dir.filePath("heat.core");
+    QProcess gdb;
+    gdb.start("gdb", {"-batch", "-nx", "-ex", "break " + shelltest::breakLocation("heat.heat"),
+                      "-ex", "run", "-ex", "generate-core-file " + core, "--args",
+                      shelltest::exampleProgram("example_heat"), rig.referencePath});
+    ASSERT_TRUE(gdb.waitForFinished(60000));
+    ASSERT_TRUE(QFile::exists(core));
+    shell::Options o;
+    o.program = shelltest::exampleProgram("example_heat");
+    o.coreFile = core;
+    ASSERT_TRUE(rig.start(o));
+    EXPECT_TRUE(rig.window->statusText().contains("(connected)"));
+    ASSERT_TRUE(rig.window->typeIntoArrayLens("plate"));
+    ASSERT_TRUE(rig.waitForAnswer(kStats, 0));
+    rig.expectStatisticsOf("plate");
+}
+
 TEST(EndToEnd, ScreenshotOfTheBundledExample) {
     QTemporaryDir dir;
     const QString file = dir.filePath("shot.png");
