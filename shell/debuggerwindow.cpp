@@ -278,6 +278,28 @@ void DebuggerWindow::buildRunControls() {
     updateAction_->setEnabled(false);
     connect(updateAction_, &QAction::triggered, this, &DebuggerWindow::runUpdate);
 
+    // Context help: the topic bound to the widget with the focus, or to the
+    // nearest of its parents that has one.
+    auto* help = new QAction(QStringLiteral("Help"), this);
+    help->setObjectName(QStringLiteral("HelpAction"));
+    help->setShortcut(QKeySequence::HelpContents);
+    connect(help, &QAction::triggered, this, [this] {
+        QWidget* focus = QApplication::focusWidget();
+        NQ::HelpReference reference;
+        if (focus && isAncestorOf(focus))
+            reference = core_->help.referenceFor(focus);
+        // Else (or in a view's toolbar) the view on show.
+        NQ::IView* view = core_->views.view(core_->views.currentViewName());
+        if (reference.first.isEmpty() && view && view->widget())
+            reference = core_->help.referenceFor(view->widget());
+        statusBar()->showMessage(
+            reference.first.isEmpty()
+                ? QStringLiteral("No help for this place.")
+                : QStringLiteral("Help: %1, topic %2").arg(reference.first, reference.second),
+            6000);
+    });
+    addAction(help);
+
     bar->addSeparator();
     auto* theme = bar->addAction(QStringLiteral("Dark"));
     theme->setObjectName(QStringLiteral("ThemeAction"));

@@ -10,6 +10,7 @@
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QScrollBar>
+#include <QStatusBar>
 #include <QTextBlock>
 #include <QTreeWidget>
 
@@ -76,6 +77,9 @@ TEST(EndToEnd, BundledExampleOpensStoppedWithAnArrayInStatistics) {
     ASSERT_NE(source, nullptr);
     EXPECT_EQ(source->property("currentLine").toInt(), line);
     EXPECT_TRUE(rig.window->statusText().contains(QStringLiteral("heat.c:%1,").arg(line)));
+    // Context help of the view on show.
+    rig.window->findChild<QAction*>("HelpAction")->trigger();
+    EXPECT_EQ(rig.window->statusBar()->currentMessage(), "Help: halvane, topic ArrayStatistics");
     EXPECT_TRUE(source->textCursor().block().text().contains("arraylens-break: heat"))
         << qPrintable(source->textCursor().block().text());
     auto* stack = rig.window->findChild<QTreeWidget*>("StackList");
