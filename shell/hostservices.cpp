@@ -503,6 +503,10 @@ void ThemeManager::setTheme(const QString& name) {
         p.setColor(QPalette::HighlightedText, Qt::black);
         p.setColor(QPalette::ToolTipBase, QColor(60, 60, 60));
         p.setColor(QPalette::ToolTipText, QColor(230, 230, 230));
+        // What cannot be used must look so on the dark ground too.
+        for (QPalette::ColorRole role :
+             {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+            p.setColor(QPalette::Disabled, role, QColor(120, 120, 120));
     } else {
         p.setColor(QPalette::Highlight, QColor(230, 126, 34));
     }
