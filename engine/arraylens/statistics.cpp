@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <type_traits>
 #include <xxhash.h>
 
 namespace arraylens {
@@ -370,6 +371,43 @@ template <Repr R> inline bool finiteKey(const unsigned char* p, std::uint64_t& k
     }
 }
 
+// Types whose finite elements have keys in one interval with every
+// non-finite key outside it: one unsigned range test then both drops NaN and
+// the infinities and picks the candidates, with no branch on the class.
+template <Repr R>
+constexpr bool kContiguousFiniteKeys = R == Repr::F32 || R == Repr::F64 || !ReprTraits<R>::isFloat;
+
+template <Repr R> inline std::uint64_t anyKey(const unsigned char* p) {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat) {
+        using Bits = decltype(T::bits(p));
+        using SBits = std::make_signed_t<Bits>;
+        const Bits b = T::bits(p);
+        // Negative: all bits flipped; positive: the sign bit set.
+        const Bits flip = static_cast<Bits>(
+            static_cast<Bits>(static_cast<SBits>(b) >> (T::keyBits - 1)) | T::kSign);
+        return static_cast<Bits>(b ^ flip);
+    } else {
+        return T::key(T::value(p));
+    }
+}
+
+template <Repr R> std::uint64_t finiteKeyMin() {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat)
+        return T::keyOfNative(-std::numeric_limits<typename T::Native>::max());
+    else
+        return 0;
+}
+
+template <Repr R> std::uint64_t finiteKeyMax() {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat)
+        return T::keyOfNative(std::numeric_limits<typename T::Native>::max());
+    else
+        return T::keyBits >= 64 ? ~std::uint64_t(0) : (std::uint64_t(1) << T::keyBits) - 1;
+}
+
 // A later pass: keys of the finite passing elements go to the jobs of a
 // selection step, and optionally to the search for the adjacent values.
 struct FenceQuery {
@@ -379,6 +417,43 @@ struct FenceQuery {
     std::uint64_t foundHigh = 0;                // largest key <= notAbove
     bool anyLow = false, anyHigh = false;
 };
+
+// What one scan looks for, as key offsets so that each test is a single
+// unsigned comparison: job candidates in [jobLo, jobLo + jobSpan], the low
+// fence's in [lowStart, lowStart + lowSpan], the high fence's in
+// [highEnd - highSpan, highEnd].
+struct KeyWindows {
+    bool jobs = false;
+    std::uint64_t jobLo = 0, jobSpan = 0;
+    std::uint64_t lowStart = 0, lowSpan = 0;
+    std::uint64_t highEnd = 0, highSpan = 0;
+};
+
+// The fence searches keep the smallest offset seen; ~0 while none.
+template <Repr R, bool kMasked, bool kFence, class OnCandidate>
+inline void scanKeys(const unsigned char* p, std::ptrdiff_t step, std::size_t n,
+                     const unsigned char* pass, const KeyWindows& w, std::uint64_t& bestLow,
+                     std::uint64_t& bestHigh, OnCandidate&& onCandidate) {
+    constexpr std::uint64_t kNone = ~std::uint64_t(0);
+    std::uint64_t lowOff = bestLow, highOff = bestHigh;
+    for (std::size_t k = 0; k < n; ++k, p += step) {
+        const std::uint64_t key = anyKey<R>(p);
+        bool take = true;
+        if constexpr (kMasked)
+            take = pass[k] != 0;
+        if constexpr (kFence) {
+            const std::uint64_t dl = key - w.lowStart, dh = w.highEnd - key;
+            const std::uint64_t tl = (take && dl <= w.lowSpan) ? dl : kNone;
+            const std::uint64_t th = (take && dh <= w.highSpan) ? dh : kNone;
+            lowOff = tl < lowOff ? tl : lowOff;
+            highOff = th < highOff ? th : highOff;
+        }
+        if (w.jobs && take && key - w.jobLo <= w.jobSpan)
+            onCandidate(key);
+    }
+    bestLow = lowOff;
+    bestHigh = highOff;
+}
 
 template <Repr R>
 Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQuery& fence,
@@ -437,6 +512,72 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
             Local& l = locals[static_cast<std::size_t>(thread)];
             if (!l.ready)
                 prepare(l);
+            if constexpr (kContiguousFiniteKeys<R>) {
+                const std::uint64_t fmin = finiteKeyMin<R>(), fmax = finiteKeyMax<R>();
+                KeyWindows w;
+                const std::uint64_t jobLo = std::max(lo, fmin), jobHi = std::min(hi, fmax);
+                w.jobs = nj > 0 && jobLo <= jobHi;
+                w.jobLo = jobLo;
+                w.jobSpan = jobHi - jobLo;
+                const bool lowOk = fence.notBelow <= fmax, highOk = fence.notAbove >= fmin;
+                w.lowStart = std::max(fence.notBelow, fmin);
+                w.lowSpan = fmax - w.lowStart;
+                w.highEnd = std::min(fence.notAbove, fmax);
+                w.highSpan = w.highEnd - fmin;
+                std::uint64_t bestLow = ~std::uint64_t(0), bestHigh = ~std::uint64_t(0);
+                auto candidate = [&](std::uint64_t key) {
+                    for (std::size_t j = 0; j < nj; ++j) {
+                        const KeyJob& job = jobs[j];
+                        if (key - job.lo > job.hi - job.lo)
+                            continue;
+                        if (job.collect) {
+                            l.buffers[j].push_back(key);
+                            if (l.buffers[j].size() >= 4096)
+                                flushBuffer(l, j);
+                        } else {
+                            ++l.hists[j][job.bin(key)];
+                        }
+                        break;
+                    }
+                };
+                const bool filtered = !filter.empty();
+                unsigned char pass[Filter::kBlock];
+                for (const ElementRun& run : view.runs) {
+                    const unsigned char* p = run.first;
+                    for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
+                        const std::size_t m = std::min(Filter::kBlock, run.count - k0);
+                        if (filtered) {
+                            filter.matchBlock<R>(p, run.step, m, pass);
+                            if (fence.active)
+                                scanKeys<R, true, true>(p, run.step, m, pass, w, bestLow, bestHigh,
+                                                        candidate);
+                            else
+                                scanKeys<R, true, false>(p, run.step, m, pass, w, bestLow, bestHigh,
+                                                         candidate);
+                        } else if (fence.active) {
+                            scanKeys<R, false, true>(p, run.step, m, pass, w, bestLow, bestHigh,
+                                                     candidate);
+                        } else {
+                            scanKeys<R, false, false>(p, run.step, m, pass, w, bestLow, bestHigh,
+                                                      candidate);
+                        }
+                        p += run.step * static_cast<std::ptrdiff_t>(m);
+                    }
+                }
+                if (fence.active && lowOk && bestLow != ~std::uint64_t(0)) {
+                    const std::uint64_t key = w.lowStart + bestLow;
+                    if (!l.anyLow || key < l.foundLow)
+                        l.foundLow = key;
+                    l.anyLow = true;
+                }
+                if (fence.active && highOk && bestHigh != ~std::uint64_t(0)) {
+                    const std::uint64_t key = w.highEnd - bestHigh;
+                    if (!l.anyHigh || key > l.foundHigh)
+                        l.foundHigh = key;
+                    l.anyHigh = true;
+                }
+                return Status::Ok();
+            }
             // Locals rather than members: the compiler keeps them in
             // registers across the loop.
             const bool fenceActive = fence.active;
