@@ -170,4 +170,14 @@ std::uint64_t RadixSelect::keyAt(std::uint64_t rank) const {
     return 0;
 }
 
+bool RadixSelect::rangeOf(std::uint64_t rank, std::uint64_t& lo, std::uint64_t& hi) const {
+    for (const Target& t : targets_)
+        if (t.rank == rank) {
+            lo = t.resolved ? t.key : t.lo;
+            hi = t.resolved ? t.key : t.hi;
+            return true;
+        }
+    return false;
+}
+
 } // namespace arraylens

@@ -42,6 +42,9 @@ public:
                   std::vector<std::vector<std::uint64_t>>& keys);
 
     std::uint64_t keyAt(std::uint64_t rank) const;
+    // The key range known to hold the key of that rank; false for a rank
+    // not asked for.
+    bool rangeOf(std::uint64_t rank, std::uint64_t& lo, std::uint64_t& hi) const;
     unsigned passes() const { return passes_; }
 
 private:

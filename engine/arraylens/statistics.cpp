@@ -195,7 +195,15 @@ template <Repr R> struct alignas(64) FirstPassState {
     V block[kBlock];
     double dblock[kBlock];
     std::size_t nb = 0;
+    // The passing elements' bytes for the checksum: packed[0, packed) of a
+    // buffer that only grows, so that appending costs no clearing.
     std::vector<unsigned char> pack;
+    std::size_t packed = 0;
+    unsigned char* reservePack(std::size_t bytes) {
+        if (pack.size() < packed + bytes)
+            pack.resize(std::max(packed + bytes, 2 * pack.size()));
+        return pack.data() + packed;
+    }
     unsigned shift = 0;
 
     void spill() {
@@ -427,10 +435,14 @@ struct KeyWindows {
     std::uint64_t jobLo = 0, jobSpan = 0;
     std::uint64_t lowStart = 0, lowSpan = 0;
     std::uint64_t highEnd = 0, highSpan = 0;
+    // Windows gathered whole for the adjacent values while the quartiles
+    // are still unknown.
+    std::uint64_t lowWinLo = 0, lowWinSpan = 0;
+    std::uint64_t highWinLo = 0, highWinSpan = 0;
 };
 
 // The fence searches keep the smallest offset seen; ~0 while none.
-template <Repr R, bool kMasked, bool kFence, class OnCandidate>
+template <Repr R, bool kMasked, bool kFence, bool kWindows, class OnCandidate>
 inline void scanKeys(const unsigned char* p, std::ptrdiff_t step, std::size_t n,
                      const unsigned char* pass, const KeyWindows& w, std::uint64_t& bestLow,
                      std::uint64_t& bestHigh, OnCandidate&& onCandidate) {
@@ -448,18 +460,36 @@ inline void scanKeys(const unsigned char* p, std::ptrdiff_t step, std::size_t n,
             lowOff = tl < lowOff ? tl : lowOff;
             highOff = th < highOff ? th : highOff;
         }
-        if (w.jobs && take && key - w.jobLo <= w.jobSpan)
+        bool hit = w.jobs && key - w.jobLo <= w.jobSpan;
+        if constexpr (kWindows)
+            hit = hit | (key - w.lowWinLo <= w.lowWinSpan) | (key - w.highWinLo <= w.highWinSpan);
+        if (take && hit)
             onCandidate(key);
     }
     bestLow = lowOff;
     bestHigh = highOff;
 }
 
+// Keys around where the fences can fall, gathered in a selection pass so
+// that the adjacent values need no pass of their own once the quartiles are
+// known: every key in [lowLo, lowHi] and the smallest key above it, every key
+// in [highLo, highHi] and the largest key below it.
+struct FenceWindows {
+    bool active = false;
+    std::uint64_t lowLo = 0, lowHi = 0, highLo = 0, highHi = 0;
+    std::size_t cap = 0; // more keys than this: the array changed; give up
+    std::vector<std::uint64_t> lowKeys, highKeys;
+    std::uint64_t above = 0, below = 0;
+    bool anyAbove = false, anyBelow = false;
+    bool overflow = false;
+};
+
 template <Repr R>
 Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQuery& fence,
                std::vector<std::vector<std::uint64_t>>& hists,
-               std::vector<std::vector<std::uint64_t>>& keys) {
+               std::vector<std::vector<std::uint64_t>>& keys, FenceWindows* windows = nullptr) {
     const std::size_t nj = jobs.size();
+    const bool fused = kContiguousFiniteKeys<R> && windows && windows->active && !fence.active;
     hists.assign(nj, {});
     keys.assign(nj, {});
     std::vector<std::atomic<std::size_t>> fill(nj);
@@ -478,6 +508,7 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
     // other's data would slow this loop several times over.
     struct alignas(64) Local {
         std::vector<std::vector<std::uint64_t>> hists, buffers;
+        std::vector<std::uint64_t> lowKeys, highKeys;
         std::uint64_t foundLow = ~std::uint64_t(0), foundHigh = 0;
         bool anyLow = false, anyHigh = false;
         bool overflow = false;
@@ -519,13 +550,35 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
                 w.jobs = nj > 0 && jobLo <= jobHi;
                 w.jobLo = jobLo;
                 w.jobSpan = jobHi - jobLo;
-                const bool lowOk = fence.notBelow <= fmax, highOk = fence.notAbove >= fmin;
-                w.lowStart = std::max(fence.notBelow, fmin);
+                std::uint64_t notBelow = fence.notBelow, notAbove = fence.notAbove;
+                bool lowOk = notBelow <= fmax, highOk = notAbove >= fmin;
+                if (fused) {
+                    // The fence searches look past the windows.
+                    lowOk = windows->lowHi < fmax;
+                    notBelow = windows->lowHi + 1;
+                    highOk = windows->highLo > fmin;
+                    notAbove = windows->highLo - 1;
+                    w.lowWinLo = windows->lowLo;
+                    w.lowWinSpan = windows->lowHi - windows->lowLo;
+                    w.highWinLo = windows->highLo;
+                    w.highWinSpan = windows->highHi - windows->highLo;
+                }
+                w.lowStart = std::max(notBelow, fmin);
                 w.lowSpan = fmax - w.lowStart;
-                w.highEnd = std::min(fence.notAbove, fmax);
+                w.highEnd = std::min(notAbove, fmax);
                 w.highSpan = w.highEnd - fmin;
                 std::uint64_t bestLow = ~std::uint64_t(0), bestHigh = ~std::uint64_t(0);
                 auto candidate = [&](std::uint64_t key) {
+                    if (fused) {
+                        if (key - windows->lowLo <= windows->lowHi - windows->lowLo &&
+                            l.lowKeys.size() < windows->cap)
+                            l.lowKeys.push_back(key);
+                        if (key - windows->highLo <= windows->highHi - windows->highLo &&
+                            l.highKeys.size() < windows->cap)
+                            l.highKeys.push_back(key);
+                        if (!w.jobs || key - jobLo > w.jobSpan)
+                            return;
+                    }
                     for (std::size_t j = 0; j < nj; ++j) {
                         const KeyJob& job = jobs[j];
                         if (key - job.lo > job.hi - job.lo)
@@ -546,31 +599,40 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
                     const unsigned char* p = run.first;
                     for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
                         const std::size_t m = std::min(Filter::kBlock, run.count - k0);
-                        if (filtered) {
+                        if (filtered)
                             filter.matchBlock<R>(p, run.step, m, pass);
-                            if (fence.active)
-                                scanKeys<R, true, true>(p, run.step, m, pass, w, bestLow, bestHigh,
-                                                        candidate);
+                        if (fused) {
+                            if (filtered)
+                                scanKeys<R, true, true, true>(p, run.step, m, pass, w, bestLow,
+                                                              bestHigh, candidate);
                             else
-                                scanKeys<R, true, false>(p, run.step, m, pass, w, bestLow, bestHigh,
-                                                         candidate);
+                                scanKeys<R, false, true, true>(p, run.step, m, pass, w, bestLow,
+                                                               bestHigh, candidate);
+                        } else if (filtered) {
+                            if (fence.active)
+                                scanKeys<R, true, true, false>(p, run.step, m, pass, w, bestLow,
+                                                               bestHigh, candidate);
+                            else
+                                scanKeys<R, true, false, false>(p, run.step, m, pass, w, bestLow,
+                                                                bestHigh, candidate);
                         } else if (fence.active) {
-                            scanKeys<R, false, true>(p, run.step, m, pass, w, bestLow, bestHigh,
-                                                     candidate);
+                            scanKeys<R, false, true, false>(p, run.step, m, pass, w, bestLow,
+                                                            bestHigh, candidate);
                         } else {
-                            scanKeys<R, false, false>(p, run.step, m, pass, w, bestLow, bestHigh,
-                                                      candidate);
+                            scanKeys<R, false, false, false>(p, run.step, m, pass, w, bestLow,
+                                                             bestHigh, candidate);
                         }
                         p += run.step * static_cast<std::ptrdiff_t>(m);
                     }
                 }
-                if (fence.active && lowOk && bestLow != ~std::uint64_t(0)) {
+                const bool searched = fence.active || fused;
+                if (searched && lowOk && bestLow != ~std::uint64_t(0)) {
                     const std::uint64_t key = w.lowStart + bestLow;
                     if (!l.anyLow || key < l.foundLow)
                         l.foundLow = key;
                     l.anyLow = true;
                 }
-                if (fence.active && highOk && bestHigh != ~std::uint64_t(0)) {
+                if (searched && highOk && bestHigh != ~std::uint64_t(0)) {
                     const std::uint64_t key = w.highEnd - bestHigh;
                     if (!l.anyHigh || key > l.foundHigh)
                         l.foundHigh = key;
@@ -651,6 +713,33 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
                         hists[j][b] += l.hists[j][b];
         }
     }
+    if (fused) {
+        for (Local& l : locals) {
+            if (!l.ready)
+                continue;
+            if (l.lowKeys.size() >= windows->cap || l.highKeys.size() >= windows->cap)
+                windows->overflow = true;
+            windows->lowKeys.insert(windows->lowKeys.end(), l.lowKeys.begin(), l.lowKeys.end());
+            windows->highKeys.insert(windows->highKeys.end(), l.highKeys.begin(), l.highKeys.end());
+            if (l.anyLow && (!windows->anyAbove || l.foundLow < windows->above)) {
+                windows->above = l.foundLow;
+                windows->anyAbove = true;
+            }
+            if (l.anyHigh && (!windows->anyBelow || l.foundHigh > windows->below)) {
+                windows->below = l.foundHigh;
+                windows->anyBelow = true;
+            }
+        }
+        for (Local& l : locals)
+            if (l.overflow)
+                return Error{ErrorCode::Unreadable,
+                             "The array changed while its statistics were computed."};
+        for (std::size_t j = 0; j < nj; ++j)
+            if (jobs[j].collect && fill[j].load() != keys[j].size())
+                return Error{ErrorCode::Unreadable,
+                             "The array changed while its statistics were computed."};
+        return Status::Ok();
+    }
     for (Local& l : locals) {
         if (l.overflow)
             return Error{ErrorCode::Unreadable,
@@ -679,6 +768,63 @@ template <Repr R> Number typedNumber(typename ReprTraits<R>::Value v) {
         return static_cast<std::uint64_t>(v);
     else
         return static_cast<std::int64_t>(v);
+}
+
+// Where the fences can fall, from the key ranges the first histogram left
+// for the quartiles' ranks; the windows are used only if the fences, once
+// known, do fall inside them. Inactive when the windows would hold more than
+// `limit` keys by the histogram's count.
+template <Repr R>
+FenceWindows fenceWindows(const RadixSelect& select, const QuantilePoint& q1,
+                          const QuantilePoint& q3, const std::vector<std::uint64_t>& hist,
+                          unsigned shift, std::size_t limit) {
+    using T = ReprTraits<R>;
+    FenceWindows w;
+    if constexpr (kContiguousFiniteKeys<R>) {
+        std::uint64_t a1, b1, a3, b3, unused;
+        if (!select.rangeOf(q1.lower, a1, unused) || !select.rangeOf(q1.upper, unused, b1) ||
+            !select.rangeOf(q3.lower, a3, unused) || !select.rangeOf(q3.upper, unused, b3))
+            return w;
+        const double q1lo = static_cast<double>(T::fromKey(a1));
+        const double q1hi = static_cast<double>(T::fromKey(b1));
+        const double q3lo = static_cast<double>(T::fromKey(a3));
+        const double q3hi = static_cast<double>(T::fromKey(b3));
+        // Each fence moves one way with each quartile.
+        const double lowMin = q1lo - 1.5 * (q3hi - q1lo), lowMax = q1hi - 1.5 * (q3lo - q1hi);
+        const double highMin = q3lo + 1.5 * (q3lo - q1hi), highMax = q3hi + 1.5 * (q3hi - q1lo);
+        if (!std::isfinite(lowMin) || !std::isfinite(lowMax) || !std::isfinite(highMin) ||
+            !std::isfinite(highMax) || lowMin > lowMax || highMin > highMax)
+            return w;
+        bool n1 = false, n2 = false, n3 = false, n4 = false;
+        std::uint64_t lowLo = keyNotBelow<R>(lowMin, n1), lowHi = keyNotBelow<R>(lowMax, n2);
+        std::uint64_t highLo = keyNotAbove<R>(highMin, n3), highHi = keyNotAbove<R>(highMax, n4);
+        if (n1 || n2 || n3 || n4)
+            return w;
+        // A little slack for the rounding of the quartiles' interpolation.
+        const std::uint64_t fmin = finiteKeyMin<R>(), fmax = finiteKeyMax<R>();
+        constexpr std::uint64_t kSlack = 64;
+        lowLo = lowLo - fmin > kSlack ? lowLo - kSlack : fmin;
+        highLo = highLo - fmin > kSlack ? highLo - kSlack : fmin;
+        lowHi = fmax - lowHi > kSlack ? lowHi + kSlack : fmax;
+        highHi = fmax - highHi > kSlack ? highHi + kSlack : fmax;
+        if (lowLo < fmin || lowHi > fmax || highLo < fmin || highHi > fmax || lowLo > lowHi ||
+            highLo > highHi)
+            return w;
+        std::uint64_t count = 0;
+        for (std::uint64_t b = lowLo >> shift; b <= (lowHi >> shift) && b < hist.size(); ++b)
+            count += hist[b];
+        for (std::uint64_t b = highLo >> shift; b <= (highHi >> shift) && b < hist.size(); ++b)
+            count += hist[b];
+        if (count > limit)
+            return w;
+        w.active = true;
+        w.lowLo = lowLo;
+        w.lowHi = lowHi;
+        w.highLo = highLo;
+        w.highHi = highHi;
+        w.cap = static_cast<std::size_t>(count) + 1;
+    }
+    return w;
 }
 
 template <Repr R>
@@ -710,35 +856,39 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
             const bool direct = filter.empty() && view.runs.size() == 1 &&
                                 view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
                                 esize == vbytes;
-            st.pack.clear();
+            st.packed = 0;
             for (const ElementRun& run : view.runs) {
                 const unsigned char* p = run.first;
                 if (filter.empty() && run.step == static_cast<std::ptrdiff_t>(esize)) {
                     for (std::size_t k = 0; k < run.count; ++k, p += esize)
                         firstPassElement<R>(st, p);
-                    if (!direct)
-                        for (std::size_t k = 0; k < run.count; ++k)
-                            st.pack.insert(st.pack.end(), run.first + k * esize,
-                                           run.first + k * esize + vbytes);
+                    if (!direct) {
+                        unsigned char* out = st.reservePack(run.count * vbytes);
+                        for (std::size_t k = 0; k < run.count; ++k, out += vbytes)
+                            std::memcpy(out, run.first + k * esize, vbytes);
+                        st.packed += run.count * vbytes;
+                    }
                     continue;
                 }
                 unsigned char pass[Filter::kBlock];
                 for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
                     const std::size_t m = std::min(Filter::kBlock, run.count - k0);
                     filter.matchBlock<R>(p, run.step, m, pass);
+                    unsigned char* const start = st.reservePack(m * vbytes);
+                    unsigned char* out = start;
                     for (std::size_t k = 0; k < m; ++k, p += run.step) {
                         if (!pass[k])
                             continue;
                         firstPassElement<R>(st, p);
-                        const std::size_t at = st.pack.size();
-                        st.pack.resize(at + vbytes);
-                        std::memcpy(st.pack.data() + at, p, vbytes);
+                        std::memcpy(out, p, vbytes);
+                        out += vbytes;
                     }
+                    st.packed += static_cast<std::size_t>(out - start);
                 }
             }
             st.flush();
             const bool ok = direct ? hash.add(tile, view.runs[0].first, view.runs[0].count * esize)
-                                   : hash.add(tile, st.pack.data(), st.pack.size());
+                                   : hash.add(tile, st.pack.data(), st.packed);
             if (!ok)
                 return Error{ErrorCode::Unreadable, "abandoned"};
             return Status::Ok();
@@ -821,14 +971,21 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     RadixSelect select(keyBits, {q1.lower, q1.upper, q2.lower, q2.upper, q3.lower, q3.upper}, n,
                        std::max<std::size_t>(options.selectionBytes / 8, 16));
     select.takeFirstHistogram(all.hist);
+    FenceWindows windows;
+    if (!select.done())
+        windows = fenceWindows<R>(select, q1, q3, all.hist, shift,
+                                  std::max<std::size_t>(options.selectionBytes / 8, 16) / 4);
     all.hist = std::vector<std::uint64_t>();
     std::vector<std::vector<std::uint64_t>> hists, keys;
     FenceQuery noFence;
+    bool windowsGathered = false;
     while (!select.done()) {
         if (select.passes() > 2 * (64 / kRadixBits) + 2)
             return Error{ErrorCode::Unreadable,
                          "The array changed while its statistics were computed."};
-        Status ps = keyPass<R>(ctx, select.jobs(), noFence, hists, keys);
+        Status ps = keyPass<R>(ctx, select.jobs(), noFence, hists, keys,
+                               windowsGathered ? nullptr : &windows);
+        windowsGathered = windows.active;
         if (!ps)
             return ps;
         ++out.passes;
@@ -858,7 +1015,35 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     V lowerAdj = all.min, upperAdj = all.max;
     const bool needLow = !noneLow && minKey < fence.notBelow;
     const bool needHigh = !noneHigh && maxKey > fence.notAbove;
-    if (needLow || needHigh) {
+    auto inWindow = [](std::uint64_t key, std::uint64_t lo, std::uint64_t hi) {
+        return key >= lo && key <= hi;
+    };
+    if (windowsGathered && !windows.overflow &&
+        (!needLow || inWindow(fence.notBelow, windows.lowLo, windows.lowHi)) &&
+        (!needHigh || inWindow(fence.notAbove, windows.highLo, windows.highHi))) {
+        if (needLow) {
+            bool any = windows.anyAbove;
+            std::uint64_t best = windows.above;
+            for (std::uint64_t k : windows.lowKeys)
+                if (k >= fence.notBelow && (!any || k < best)) {
+                    best = k;
+                    any = true;
+                }
+            if (any)
+                lowerAdj = T::fromKey(best);
+        }
+        if (needHigh) {
+            bool any = windows.anyBelow;
+            std::uint64_t best = windows.below;
+            for (std::uint64_t k : windows.highKeys)
+                if (k <= fence.notAbove && (!any || k > best)) {
+                    best = k;
+                    any = true;
+                }
+            if (any)
+                upperAdj = T::fromKey(best);
+        }
+    } else if (needLow || needHigh) {
         fence.active = true;
         Status ps = keyPass<R>(ctx, {}, fence, hists, keys);
         if (!ps)
