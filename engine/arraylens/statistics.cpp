@@ -441,13 +441,19 @@ struct KeyWindows {
     std::uint64_t highWinLo = 0, highWinSpan = 0;
 };
 
-// The fence searches keep the smallest offset seen; ~0 while none.
+// The fence searches keep the smallest offset seen; ~0 while none. At most
+// Filter::kBlock elements at a time.
 template <Repr R, bool kMasked, bool kFence, bool kWindows, class OnCandidate>
 inline void scanKeys(const unsigned char* p, std::ptrdiff_t step, std::size_t n,
                      const unsigned char* pass, const KeyWindows& w, std::uint64_t& bestLow,
                      std::uint64_t& bestHigh, OnCandidate&& onCandidate) {
     constexpr std::uint64_t kNone = ~std::uint64_t(0);
     std::uint64_t lowOff = bestLow, highOff = bestHigh;
+    // Candidates are compacted without a branch and handled after the
+    // loop: which elements are candidates is random, and a branch on it
+    // would be mispredicted each time it is taken.
+    std::uint64_t found[Filter::kBlock];
+    std::size_t nfound = 0;
     for (std::size_t k = 0; k < n; ++k, p += step) {
         const std::uint64_t key = anyKey<R>(p);
         bool take = true;
@@ -463,9 +469,11 @@ inline void scanKeys(const unsigned char* p, std::ptrdiff_t step, std::size_t n,
         bool hit = w.jobs && key - w.jobLo <= w.jobSpan;
         if constexpr (kWindows)
             hit = hit | (key - w.lowWinLo <= w.lowWinSpan) | (key - w.highWinLo <= w.highWinSpan);
-        if (take && hit)
-            onCandidate(key);
+        found[nfound] = key;
+        nfound += (take && hit) ? 1 : 0;
     }
+    for (std::size_t i = 0; i < nfound; ++i)
+        onCandidate(found[i]);
     bestLow = lowOff;
     bestHigh = highOff;
 }
