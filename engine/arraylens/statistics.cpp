@@ -119,7 +119,42 @@ struct PassContext {
     int threads;
     const Filter& filter;
     const std::atomic<bool>* cancel;
+    // The filter's verdicts from the first pass, a bit per result position,
+    // so that later passes need not evaluate it again; null when not kept.
+    const std::atomic<std::uint64_t>* verdicts = nullptr;
 };
+
+// Sets the bits of the passing elements among m at result positions from
+// base on. Tiles can share a word at their edges, hence the atomic or.
+inline void storeVerdicts(std::atomic<std::uint64_t>* words, std::uint64_t base,
+                          const unsigned char* pass, std::size_t m) {
+    std::size_t k = 0;
+    while (k < m) {
+        const std::uint64_t at = base + k;
+        const unsigned bit = static_cast<unsigned>(at & 63);
+        const std::size_t take = std::min<std::size_t>(m - k, 64 - bit);
+        std::uint64_t bits = 0;
+        for (std::size_t j = 0; j < take; ++j)
+            bits |= static_cast<std::uint64_t>(pass[k + j] != 0) << (bit + j);
+        if (bits)
+            words[at >> 6].fetch_or(bits, std::memory_order_relaxed);
+        k += take;
+    }
+}
+
+inline void loadVerdicts(const std::atomic<std::uint64_t>* words, std::uint64_t base,
+                         unsigned char* pass, std::size_t m) {
+    std::size_t k = 0;
+    while (k < m) {
+        const std::uint64_t at = base + k;
+        const unsigned bit = static_cast<unsigned>(at & 63);
+        const std::size_t take = std::min<std::size_t>(m - k, 64 - bit);
+        const std::uint64_t bits = words[at >> 6].load(std::memory_order_relaxed) >> bit;
+        for (std::size_t j = 0; j < take; ++j)
+            pass[k + j] = static_cast<unsigned char>((bits >> j) & 1);
+        k += take;
+    }
+}
 
 // XXH3 of the tiles' bytes in tile order, whatever order the threads
 // finish them in. A tile that comes early is copied aside until its turn,
@@ -603,12 +638,16 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
                 };
                 const bool filtered = !filter.empty();
                 unsigned char pass[Filter::kBlock];
+                std::uint64_t position = view.firstIndex;
                 for (const ElementRun& run : view.runs) {
                     const unsigned char* p = run.first;
                     for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
                         const std::size_t m = std::min(Filter::kBlock, run.count - k0);
-                        if (filtered)
+                        if (filtered && ctx.verdicts)
+                            loadVerdicts(ctx.verdicts, position, pass, m);
+                        else if (filtered)
                             filter.matchBlock<R>(p, run.step, m, pass);
+                        position += m;
                         if (fused) {
                             if (filtered)
                                 scanKeys<R, true, true, true>(p, run.step, m, pass, w, bestLow,
@@ -854,6 +893,12 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         states.back()->hist32.assign(std::size_t(1) << histBits, 0);
         states.back()->shift = shift;
     }
+    // A bit per element is little beside the elements themselves; beyond
+    // 2^30 elements the filter is evaluated again in each pass instead.
+    std::unique_ptr<std::atomic<std::uint64_t>[]> verdicts;
+    const std::uint64_t positions = ctx.plan.elementCount();
+    if (!ctx.filter.empty() && positions <= (std::uint64_t(1) << 30))
+        verdicts.reset(new std::atomic<std::uint64_t>[(positions + 63) / 64]());
     TileTurns turns; // only its abandoned flag: a failed read stops the hasher
     OrderedHasher hash(turns);
     const Filter& filter = ctx.filter;
@@ -865,6 +910,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                                 view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
                                 esize == vbytes;
             st.packed = 0;
+            std::uint64_t position = view.firstIndex;
             for (const ElementRun& run : view.runs) {
                 const unsigned char* p = run.first;
                 if (filter.empty() && run.step == static_cast<std::ptrdiff_t>(esize)) {
@@ -882,6 +928,9 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                 for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
                     const std::size_t m = std::min(Filter::kBlock, run.count - k0);
                     filter.matchBlock<R>(p, run.step, m, pass);
+                    if (verdicts)
+                        storeVerdicts(verdicts.get(), position, pass, m);
+                    position += m;
                     unsigned char* const start = st.reservePack(m * vbytes);
                     unsigned char* out = start;
                     for (std::size_t k = 0; k < m; ++k, p += run.step) {
@@ -987,11 +1036,13 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     std::vector<std::vector<std::uint64_t>> hists, keys;
     FenceQuery noFence;
     bool windowsGathered = false;
+    PassContext later = ctx;
+    later.verdicts = verdicts.get();
     while (!select.done()) {
         if (select.passes() > 2 * (64 / kRadixBits) + 2)
             return Error{ErrorCode::Unreadable,
                          "The array changed while its statistics were computed."};
-        Status ps = keyPass<R>(ctx, select.jobs(), noFence, hists, keys,
+        Status ps = keyPass<R>(later, select.jobs(), noFence, hists, keys,
                                windowsGathered ? nullptr : &windows);
         windowsGathered = windows.active;
         if (!ps)
@@ -1053,7 +1104,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         }
     } else if (needLow || needHigh) {
         fence.active = true;
-        Status ps = keyPass<R>(ctx, {}, fence, hists, keys);
+        Status ps = keyPass<R>(later, {}, fence, hists, keys);
         if (!ps)
             return ps;
         ++out.passes;
