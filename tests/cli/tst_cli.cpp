@@ -2,6 +2,7 @@
 // example program, checked against the values the program writes itself.
 #include "clioptions.h"
 #include "jsonwriter.h"
+#include "support/examples.h"
 
 #include <QBitArray>
 #include <QCoreApplication>
@@ -136,18 +137,7 @@ struct CliRun {
 
 class CliRuns : public ::testing::Test {
 protected:
-    static QString breakAt(const QString& key) {
-        QFile f(QStringLiteral(ARRAYLENS_BREAK_LOCATIONS));
-        if (!f.open(QIODevice::ReadOnly))
-            return {};
-        QTextStream in(&f);
-        while (!in.atEnd()) {
-            const QString line = in.readLine();
-            if (line.startsWith(key + '='))
-                return line.mid(key.size() + 1);
-        }
-        return {};
-    }
+    static QString breakAt(const QString& key) { return examples::breakLocation(key); }
 
     CliRun cli(const QStringList& args) {
         QProcess p;

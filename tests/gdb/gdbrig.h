@@ -4,6 +4,7 @@
 
 #include "gdbdebugger.h"
 #include "gdbsession.h"
+#include "support/examples.h"
 
 #include "wire/arrayrecords.h"
 
@@ -37,22 +38,12 @@ template <class Pred> bool waitFor(Pred done, int timeoutMs = 30000) {
     return true;
 }
 
-// "heat.heat=/path/heat.c:124" lines written when the examples are configured.
 inline QString breakLocation(const QString& key) {
-    QFile f(QStringLiteral(ARRAYLENS_BREAK_LOCATIONS));
-    if (!f.open(QIODevice::ReadOnly))
-        return QString();
-    QTextStream in(&f);
-    while (!in.atEnd()) {
-        const QString line = in.readLine();
-        if (line.startsWith(key + QLatin1Char('=')))
-            return line.mid(key.size() + 1);
-    }
-    return QString();
+    return examples::breakLocation(key);
 }
 
 inline QString exampleProgram(const QString& name) {
-    return QStringLiteral(ARRAYLENS_EXAMPLES_BIN) + QLatin1Char('/') + name;
+    return examples::program(name);
 }
 
 class Rig {

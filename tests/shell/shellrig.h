@@ -6,6 +6,7 @@
 
 #include "gdbsession.h"
 #include "shell/debuggerwindow.h"
+#include "support/examples.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -42,22 +43,12 @@ template <class Pred> bool waitFor(Pred done, int timeoutMs = kWaitMs) {
     return true;
 }
 
-// "heat.heat=/path/heat.c:124"
 inline QString breakLocation(const QString& key) {
-    QFile f(QStringLiteral(ARRAYLENS_BREAK_LOCATIONS));
-    if (!f.open(QIODevice::ReadOnly))
-        return QString();
-    QTextStream in(&f);
-    while (!in.atEnd()) {
-        const QString line = in.readLine();
-        if (line.startsWith(key + QLatin1Char('=')))
-            return line.mid(key.size() + 1);
-    }
-    return QString();
+    return examples::breakLocation(key);
 }
 
 inline QString exampleProgram(const QString& name) {
-    return QStringLiteral(ARRAYLENS_EXAMPLES_BIN) + QLatin1Char('/') + name;
+    return examples::program(name);
 }
 
 // Numbers as the table shows them and as the program wrote them agree to
