@@ -79,7 +79,8 @@ public:
         auto bp = mi(QStringLiteral("-break-insert ") + location);
         if (!bp || bp->isError()) {
             if (why)
-                *why = QStringLiteral("break-insert failed");
+                *why = QStringLiteral("no breakpoint at ") + location + QStringLiteral(": ") +
+                       (bp ? bp->errorMessage() : QStringLiteral("no answer"));
             return false;
         }
         return runToStop(QStringLiteral("-exec-run"), why);

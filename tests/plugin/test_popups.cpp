@@ -95,5 +95,4 @@ TEST(PopupFactories, CreateItemsCanBeCalledAgainAndChangesNothingInTheFactory) {
 TEST(PopupFactories, AreQObjectsWithoutParent) {
     UpdateDataViewPopupFactory f("popup:com.northquay.dataview");
     EXPECT_EQ(f.parent(), nullptr);
-    EXPECT_NE(qobject_cast<ArrayLensPopupFactory*>(&f), nullptr);
 }
