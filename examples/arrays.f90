@@ -131,6 +131,7 @@ program arrays
     call ref_elem_r8('x', '(0,-1)', x(0, -1))
     call ref_elem_r8('x', '(9,5)', x(9, 5))
     call ref_elem_r8('x', '(4,0)', x(4, 0))
+    call ref_values_r8('x', reshape(x, [size(x)]))
     call ref_real8('field', 'field', reshape(field, [size(field)]), '1:10,1:8')
     call ref_elem_r8('field', '(3,2)', field(3, 2))
     call ref_real4('r4', 'r4', reshape(r4, [size(r4)]), '1:5,1:4,1:3')
@@ -179,6 +180,7 @@ program arrays
     call ref_real8('a', 'a', reshape(a, [size(a)]), ref_bounds(lbound(a), ubound(a)))
     call ref_elem_r8('a', '(1,1)', a(1, 1))
     call ref_elem_r8('a', '(3,4)', a(3, 4))
+    call ref_values_r8('a', reshape(a, [size(a)]))
     call ref_close()
 
     call arraylens_break(3) ! arraylens-break: main

@@ -18,7 +18,7 @@ module reference_values
 
     public :: ref_open, ref_close, ref_line, ref_bounds, ref_strides
     public :: ref_real8, ref_real4, ref_int2, ref_int4, ref_int8, ref_logical, ref_chars
-    public :: ref_elem_r8, ref_elem_r4, ref_elem_i, ref_elem_l, ref_elem_c
+    public :: ref_elem_r8, ref_elem_r4, ref_elem_i, ref_elem_l, ref_elem_c, ref_values_r8
 
 contains
 
@@ -395,6 +395,22 @@ contains
         character(len=*), intent(in) :: name, index
         real(real64), intent(in) :: v
         call ref_line(name//'.elem'//index//'='//rtoa(v))
+    end subroutine
+
+    ! Every element in memory order, 17 significant digits each, so that a
+    ! test can rebuild the array's exact bytes (for casts that reinterpret
+    ! them).
+    subroutine ref_values_r8(name, x)
+        character(len=*), intent(in) :: name
+        real(real64), intent(in) :: x(:)
+        character(len=:), allocatable :: text
+        integer :: i
+        text = ''
+        do i = 1, size(x)
+            if (i > 1) text = text//','
+            text = text//rtoa(x(i))
+        end do
+        call ref_line(name//'.values='//text)
     end subroutine
 
     subroutine ref_elem_r4(name, index, v)
