@@ -277,6 +277,10 @@ bool ArrayResolver::describe(const FrameInfo& frame, const QString& expression, 
         return false;
     facts.language = languageFromShowLanguage(out);
     facts.fortran = isFortranLanguage(facts.language);
+    if (facts.fortran) {
+        if (const auto cast = splitFortranCast(expression))
+            return describeFortranCast(frame, *cast, layout, facts, failure);
+    }
 
     if (!console(frame, QStringLiteral("whatis ") + expression, out, failure))
         return false;
@@ -354,6 +358,68 @@ bool ArrayResolver::describe(const FrameInfo& frame, const QString& expression, 
         inner = strides[d] * qMax<qint64>(1, b.upper - b.lower + 1);
     }
     facts.byteStrides = strides;
+    return true;
+}
+
+bool ArrayResolver::describeFortranCast(const FrameInfo& frame, const FortranCastText& cast,
+                                        bool layout, ArrayFacts& facts, Failure& failure) {
+    FortranCastType type;
+    QString error;
+    if (!parseFortranCastType(cast.type, type, error)) {
+        failure = {Failure::Kind::Type, error};
+        return false;
+    }
+    if (cast.expression.isEmpty()) {
+        failure = {Failure::Kind::Gdb,
+                   QStringLiteral("The cast to %1 names no expression.").arg(cast.type)};
+        return false;
+    }
+    ArrayFacts base;
+    if (!describe(frame, cast.expression, layout, base, failure))
+        return false;
+    if (!type.hasShape && !base.isArray) {
+        failure = {Failure::Kind::NotArray,
+                   QStringLiteral("'%1' is not an array (its type is %2): give the cast a shape, "
+                                  "for example %3 (10).")
+                       .arg(cast.expression, base.typeText, type.elementType)};
+        return false;
+    }
+    facts.dims = type.hasShape ? type.dims : base.dims;
+    facts.typeText = fortranArrayType(type.elementType, facts.dims);
+    facts.isArray = true;
+    facts.elementType = type.elementType;
+    facts.elementSize = type.elementSize;
+    facts.problem = type.hasShape ? QString() : base.problem;
+    if (!layout)
+        return true;
+    if (!facts.problem.isEmpty()) {
+        failure = {Failure::Kind::Type, facts.problem};
+        return false;
+    }
+    if (base.isArray) {
+        // The first element's address, which for an allocatable or a
+        // pointer is that of its data, not of its descriptor.
+        facts.address = base.address;
+    } else {
+        QString value;
+        if (!evaluate(frame, QLatin1Char('&') + parenthesised(cast.expression), value, failure))
+            return false;
+        const auto address = parseAddress(value);
+        if (!address) {
+            failure = {Failure::Kind::Type,
+                       QStringLiteral("'%1' is not in memory.").arg(cast.expression)};
+            return false;
+        }
+        facts.address = *address;
+    }
+    // Memory reinterpreted: contiguous, first dimension fastest, whatever
+    // the strides of the expression itself.
+    qint64 stride = facts.elementSize;
+    facts.byteStrides.clear();
+    for (const DimBounds& d : facts.dims) {
+        facts.byteStrides.append(stride);
+        stride *= d.upper - d.lower + 1;
+    }
     return true;
 }
 

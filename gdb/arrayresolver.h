@@ -76,6 +76,10 @@ public:
 
 private:
     QString frameOptions(const FrameInfo& frame) const;
+    // `{T (bounds)} E` in a Fortran frame: E's own facts, then T's elements
+    // laid out contiguously from E's first element.
+    bool describeFortranCast(const FrameInfo& frame, const FortranCastText& cast, bool layout,
+                             ArrayFacts& facts, Failure& failure);
 
     GdbSession& session_;
     int timeoutMs_;

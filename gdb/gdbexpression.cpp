@@ -17,14 +17,40 @@ void GdbExpression::setType(const QString& type, bool reinterpret) {
     Q_UNUSED(reinterpret)
     const QString t = type.trimmed();
     if (t.isEmpty() || t == declaredType_) {
-        alternate_.clear();
-        type_ = declaredType_;
+        takeCastAway();
+        return;
+    }
+    if (isFortranLanguage(language_)) {
+        // gdb's Fortran has no pointer cast: the alternate text is a form of
+        // our own that the resolver reads, with every bound written out.
+        QString error;
+        const QString cast = fortranReinterpretCast(text_, t, declaredType_, baseDims_, error);
+        if (cast.isEmpty()) {
+            takeCastAway();
+            return;
+        }
+        alternate_ = cast;
+        type_ = t;
+        // Said at once, and again by every request that carries the text.
+        if (castRefused_)
+            error_.clear();
+        castRefused_ = !error.isEmpty();
+        if (castRefused_)
+            error_ = error;
         return;
     }
     // An array is cast through its address, a pointer through its value, so
     // that a pointer cast to `double[1000]` shows the memory it points to.
     alternate_ = reinterpretCast(text_, t, baseIsArray_, baseDims_);
     type_ = t;
+}
+
+void GdbExpression::takeCastAway() {
+    alternate_.clear();
+    type_ = declaredType_;
+    if (castRefused_)
+        error_.clear();
+    castRefused_ = false;
 }
 
 QFuture<IHVExpression*> GdbExpression::evaluate(QSharedPointer<IHVFrame> frame) {
@@ -70,6 +96,7 @@ void GdbExpression::copyFrom(const GdbExpression& o) {
     facts_ = o.facts_;
     baseIsArray_ = o.baseIsArray_;
     baseDims_ = o.baseDims_;
+    castRefused_ = o.castRefused_;
     frame_ = o.frame_;
 }
 

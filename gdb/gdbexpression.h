@@ -44,7 +44,9 @@ public:
     QString getType() const override { return type_; }
     // A cast to `type`: the alternate expression becomes the reinterpreting
     // cast of the expression's memory. The empty type, or the declared one,
-    // takes the cast away.
+    // takes the cast away. In a Fortran frame the type is Fortran's
+    // (`integer(kind=4) (0:19,-2:5)`); one that cannot be read sets the
+    // error message at once.
     void setType(const QString& type, bool reinterpret) override;
     QFuture<IHVExpression*> evaluate(QSharedPointer<IHVFrame> frame) override;
     QString getScopedExpression() const override;
@@ -83,6 +85,7 @@ private:
     friend class GdbDebugger;
     // Called on the GUI thread with what an evaluation found.
     void applyEvaluation(const FrameInfo& frame, const ArrayFacts& facts, const Failure& failure);
+    void takeCastAway();
 
     QPointer<GdbDebugger> debugger_;
     QString text_;
@@ -102,6 +105,8 @@ private:
     // Shape of the expression itself, which a cast is built on.
     bool baseIsArray_ = false;
     QVector<DimBounds> baseDims_;
+    // The last cast's type could not be read; its message is in error_.
+    bool castRefused_ = false;
     QSharedPointer<IHVFrame> frame_;
 };
 

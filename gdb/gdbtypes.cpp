@@ -225,6 +225,261 @@ QString reinterpretCast(const QString& expression, const QString& type, bool exp
     return QStringLiteral("*(%1)(%2)").arg(pointerType, expression);
 }
 
+namespace {
+
+struct FortranTypeName {
+    const char* name;    // as typed, lower case
+    const char* gdbName; // gdb's word
+    QVector<int> kinds;  // the kinds there are; the size in bytes is the kind
+    int defaultKind;
+};
+
+const FortranTypeName* fortranTypeName(const QString& name) {
+    static const FortranTypeName names[] = {
+        {"integer", "integer", {1, 2, 4, 8}, 4}, {"real", "real", {4, 8}, 4},
+        {"double precision", "real", {8}, 8},    {"logical", "logical", {1, 2, 4, 8}, 4},
+        {"character", "character", {1}, 1},
+    };
+    for (const FortranTypeName& n : names)
+        if (name == QLatin1String(n.name))
+            return &n;
+    return nullptr;
+}
+
+QString kindList(const QVector<int>& kinds) {
+    QStringList parts;
+    for (int k : kinds)
+        parts << QString::number(k);
+    if (parts.size() == 1)
+        return QStringLiteral("the kind ") + parts.first();
+    const QString last = parts.takeLast();
+    return QStringLiteral("the kinds ") + parts.join(QStringLiteral(", ")) +
+           QStringLiteral(" and ") + last;
+}
+
+// "4", "kind=4", "kind = 4"; for character also "len=1".
+bool readKind(QString inner, bool character, int& kind) {
+    inner.remove(QLatin1Char(' '));
+    if (inner.startsWith(QLatin1String("kind=")))
+        inner = inner.mid(5);
+    else if (character && inner.startsWith(QLatin1String("len=")))
+        inner = inner.mid(4);
+    if (inner.isEmpty())
+        return false;
+    for (QChar c : inner)
+        if (!c.isDigit())
+            return false;
+    bool ok = false;
+    kind = inner.toInt(&ok);
+    return ok;
+}
+
+// A Fortran array has at most 15 dimensions; bounds beyond 2^40 would make
+// byte offsets overflow long before any memory could hold them.
+constexpr int kMaxFortranRank = 15;
+constexpr qint64 kMaxBound = qint64(1) << 40;
+
+bool readShape(const QString& inner, QVector<DimBounds>& dims, QString& error) {
+    const QStringList parts = inner.split(QLatin1Char(','));
+    if (parts.size() > kMaxFortranRank) {
+        error = QStringLiteral("A Fortran array has at most %1 dimensions.").arg(kMaxFortranRank);
+        return false;
+    }
+    for (int d = 0; d < parts.size(); ++d) {
+        const QString part = parts[d].trimmed();
+        const int colon = part.indexOf(QLatin1Char(':'));
+        DimBounds b;
+        bool ok = false;
+        if (colon >= 0) {
+            ok = parseInt(part.left(colon), b.lower) && parseInt(part.mid(colon + 1), b.upper);
+        } else if (parseInt(part, b.upper)) {
+            b.lower = 1;
+            ok = true;
+        }
+        if (!ok) {
+            error = QStringLiteral("Cannot read dimension %1 of the shape ('%2'): write an "
+                                   "extent such as 20 or bounds such as 0:19.")
+                        .arg(d + 1)
+                        .arg(part);
+            return false;
+        }
+        if (qAbs(b.lower) > kMaxBound || qAbs(b.upper) > kMaxBound) {
+            error = QStringLiteral("Dimension %1 of the shape is too large.").arg(d + 1);
+            return false;
+        }
+        if (b.upper < b.lower) {
+            error = QStringLiteral("Dimension %1 of the shape (%2) has no elements.")
+                        .arg(d + 1)
+                        .arg(part);
+            return false;
+        }
+        dims.append(b);
+    }
+    return true;
+}
+
+} // namespace
+
+bool parseFortranCastType(const QString& text, FortranCastType& out, QString& error) {
+    out = FortranCastType();
+    const QString typed = text.simplified();
+    const QString t = typed.toLower();
+    const QString hint = QStringLiteral(
+        "a Fortran cast is integer, real, double precision, logical or character, with an "
+        "optional kind and shape, for example integer(kind=4) (0:19,-2:5)");
+    static const QRegularExpression allowed(QStringLiteral("^[a-z0-9 ()*=:,-]*$"));
+    if (!allowed.match(t).hasMatch()) {
+        error = QStringLiteral("Cannot read the type '%1': %2.").arg(typed, hint);
+        return false;
+    }
+    static const QRegularExpression word(QStringLiteral("^(double precision|[a-z]+)"));
+    const auto m = word.match(t);
+    const FortranTypeName* name = m.hasMatch() ? fortranTypeName(m.captured(1)) : nullptr;
+    if (!name) {
+        error = QStringLiteral("Unknown type '%1': %2.").arg(typed, hint);
+        return false;
+    }
+    const bool character = QLatin1String(name->name) == QLatin1String("character");
+    int pos = int(m.capturedLength());
+    auto skipBlanks = [&] {
+        while (pos < t.size() && t[pos] == QLatin1Char(' '))
+            ++pos;
+    };
+    int kind = name->defaultKind;
+    bool kindGiven = false;
+    if (pos < t.size() && t[pos] == QLatin1Char('*')) {
+        ++pos;
+        skipBlanks();
+        const int start = pos;
+        while (pos < t.size() && t[pos].isDigit())
+            ++pos;
+        if (pos == start || !readKind(t.mid(start, pos - start), character, kind)) {
+            error = QStringLiteral("Cannot read the kind after '*' in '%1'.").arg(typed);
+            return false;
+        }
+        kindGiven = true;
+    } else {
+        const int afterName = pos;
+        const bool blank = pos < t.size() && t[pos] == QLatin1Char(' ');
+        skipBlanks();
+        if (pos < t.size() && t[pos] == QLatin1Char('(')) {
+            const int close = t.indexOf(QLatin1Char(')'), pos);
+            if (close < 0) {
+                error = QStringLiteral("'(' without ')' in '%1'.").arg(typed);
+                return false;
+            }
+            const QString inner = t.mid(pos + 1, close - pos - 1).trimmed();
+            // Glued to the name, or naming itself, or followed by a second
+            // group (which can only be the shape): the kind.
+            int next = close + 1;
+            while (next < t.size() && t[next] == QLatin1Char(' '))
+                ++next;
+            const bool isKind = !blank || inner.startsWith(QLatin1String("kind")) ||
+                                inner.startsWith(QLatin1String("len")) ||
+                                (next < t.size() && t[next] == QLatin1Char('('));
+            if (isKind) {
+                if (!readKind(inner, character, kind)) {
+                    error = QStringLiteral("Cannot read the kind '(%1)' in '%2': write it as "
+                                           "(4) or (kind=4).")
+                                .arg(inner, typed);
+                    return false;
+                }
+                kindGiven = true;
+                pos = close + 1;
+            } else {
+                pos = afterName;
+            }
+        } else {
+            pos = afterName;
+        }
+    }
+    if (kindGiven && QLatin1String(name->name) == QLatin1String("double precision")) {
+        error = QStringLiteral("double precision takes no kind: write real(8) or real(kind=8).");
+        return false;
+    }
+    if (!name->kinds.contains(kind)) {
+        if (character)
+            error = QStringLiteral("A cast to character takes single characters only: "
+                                   "character or character(1), not '%1'.")
+                        .arg(typed);
+        else
+            error = QStringLiteral("There is no %1(kind=%2): %1 has %3.")
+                        .arg(QLatin1String(name->gdbName))
+                        .arg(kind)
+                        .arg(kindList(name->kinds));
+        return false;
+    }
+    skipBlanks();
+    if (pos < t.size()) {
+        if (t[pos] != QLatin1Char('(') || !t.endsWith(QLatin1Char(')'))) {
+            error = QStringLiteral("Cannot read '%1' after the type in '%2': a shape is written "
+                                   "in parentheses, for example (20,8) or (0:19,-2:5).")
+                        .arg(typed.mid(pos), typed);
+            return false;
+        }
+        const QString inner = t.mid(pos + 1, t.size() - pos - 2);
+        if (inner.contains(QLatin1Char('(')) || inner.contains(QLatin1Char(')'))) {
+            error =
+                QStringLiteral("Cannot read the shape '%1' in '%2'.").arg(typed.mid(pos), typed);
+            return false;
+        }
+        if (!readShape(inner, out.dims, error))
+            return false;
+        out.hasShape = true;
+    }
+    out.elementType = QStringLiteral("%1(kind=%2)").arg(QLatin1String(name->gdbName)).arg(kind);
+    out.elementSize = kind;
+    return true;
+}
+
+QString fortranArrayType(const QString& elementType, const QVector<DimBounds>& dims) {
+    if (dims.isEmpty())
+        return elementType;
+    QStringList parts;
+    for (const DimBounds& d : dims)
+        parts << (d.lower == 1 ? QString::number(d.upper)
+                               : QStringLiteral("%1:%2").arg(d.lower).arg(d.upper));
+    return elementType + QStringLiteral(" (") + parts.join(QLatin1Char(',')) + QLatin1Char(')');
+}
+
+QString fortranReinterpretCast(const QString& expression, const QString& type,
+                               const QString& declaredType, const QVector<DimBounds>& currentDims,
+                               QString& error) {
+    error.clear();
+    FortranCastType cast;
+    if (!parseFortranCastType(type, cast, error)) {
+        // The text between the braces ends at the first closing brace: a
+        // brace of the typed text must not move that end, so it is carried
+        // as a character no type has, and the refusal stands.
+        QString carried = type.simplified();
+        carried.replace(QLatin1Char('{'), QLatin1Char('?'))
+            .replace(QLatin1Char('}'), QLatin1Char('?'));
+        return QStringLiteral("{%1} %2").arg(carried, expression);
+    }
+    const QVector<DimBounds> dims = cast.hasShape ? cast.dims : currentDims;
+    // gdb's own text of the expression's type ("real(kind=8), allocatable
+    // (3,4)", "character*1 (26)") read the same way: the same element and
+    // the same bounds is no cast at all.
+    const TypeShape declared = parseFortranType(declaredType);
+    FortranCastType declaredElement;
+    QString ignored;
+    if (declared.problem.isEmpty() && declared.dims == dims &&
+        parseFortranCastType(declared.elementType, declaredElement, ignored) &&
+        declaredElement.elementType == cast.elementType)
+        return QString();
+    return QStringLiteral("{%1} %2").arg(fortranArrayType(cast.elementType, dims), expression);
+}
+
+std::optional<FortranCastText> splitFortranCast(const QString& text) {
+    const QString t = text.trimmed();
+    if (!t.startsWith(QLatin1Char('{')))
+        return std::nullopt;
+    const int close = t.indexOf(QLatin1Char('}'));
+    if (close < 0)
+        return std::nullopt;
+    return FortranCastText{t.mid(1, close - 1).trimmed(), t.mid(close + 1).trimmed()};
+}
+
 ElementClass classifyElement(const QString& resolvedType, bool fortran) {
     const QString t = normalisedType(resolvedType).toLower();
     if (fortran) {

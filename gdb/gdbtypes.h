@@ -11,6 +11,8 @@ namespace arraylens::gdb {
 struct DimBounds {
     qint64 lower = 0;
     qint64 upper = -1;
+    bool operator==(const DimBounds& o) const { return lower == o.lower && upper == o.upper; }
+    bool operator!=(const DimBounds& o) const { return !(*this == o); }
 };
 
 // What the type text of an expression says about its shape.
@@ -69,6 +71,49 @@ QString elementExpression(const QString& expression, const QVector<qint64>& inde
 // (`currentDims`), so `float` over `int [10]` reads `float [10]`.
 QString reinterpretCast(const QString& expression, const QString& type, bool expressionIsArray,
                         const QVector<DimBounds>& currentDims);
+
+// A Fortran cast as a person types it: `integer`, `integer(4)`,
+// `integer(kind=4)`, `integer*4`, `real(8)`, `double precision`,
+// `logical`, `character`, in any case, optionally followed by a shape of
+// extents `(20,8)` or bounds `(0:19,-2:5)`. A parenthesis glued to the type
+// name, or one that says `kind=`, is the kind; one after a blank is the
+// shape, as gdb writes them (`real(kind=8) (0:9,-2:5)`).
+struct FortranCastType {
+    // gdb's words for one element: "integer(kind=4)", "character(kind=1)".
+    QString elementType;
+    int elementSize = 0;
+    bool hasShape = false;
+    QVector<DimBounds> dims;
+};
+
+// False with `error` in plain words for an unknown type, a kind the type
+// does not have, or a shape that cannot be read.
+bool parseFortranCastType(const QString& text, FortranCastType& out, QString& error);
+
+// gdb's type text of a Fortran array: "integer(kind=4) (0:19,-2:5)"; a
+// dimension whose lower bound is 1 is written as its extent, "(20,8)".
+QString fortranArrayType(const QString& elementType, const QVector<DimBounds>& dims);
+
+// The reinterpreting cast of a Fortran expression: `{T (bounds)} E`, after
+// gdb's `{type} address`, meaning "T's elements from the address of E's
+// first element on, contiguous and column-major". gdb's Fortran parser has
+// no pointer cast, so the service resolves this form itself; the bounds are
+// written in full, so the text alone says everything. A type without a shape
+// takes `currentDims`. Empty when the cast comes to `declaredType` (gdb's
+// text of the expression's own type), which takes the cast away. When the
+// type cannot be read, `error` says why and the text still carries what was
+// typed, so that the requests refuse it in the same words.
+QString fortranReinterpretCast(const QString& expression, const QString& type,
+                               const QString& declaredType, const QVector<DimBounds>& currentDims,
+                               QString& error);
+
+// Splits `{T} E` into its type text and expression; nothing when the text
+// is not of that form.
+struct FortranCastText {
+    QString type;
+    QString expression;
+};
+std::optional<FortranCastText> splitFortranCast(const QString& text);
 
 enum class ElementClass {
     Signed,
