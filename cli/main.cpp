@@ -12,7 +12,9 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QTextStream>
+#include <QTimer>
 
 #include <cstdio>
 #include <memory>
@@ -51,15 +53,24 @@ int fail(const QString& message) {
     return 1;
 }
 
+// Sleeps in an event loop, looking every millisecond. processEvents with a
+// time limit does not wait for events, it spins, and a spinning main thread
+// takes a core from the engine's threads while they compute.
 template <class Pred> bool waitFor(Pred done, int timeoutMs) {
+    if (done())
+        return true;
+    QEventLoop loop;
     QElapsedTimer clock;
     clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    }
-    return true;
+    QTimer check;
+    check.setInterval(1);
+    QObject::connect(&check, &QTimer::timeout, &loop, [&] {
+        if (done() || clock.elapsed() > timeoutMs)
+            loop.quit();
+    });
+    check.start();
+    loop.exec();
+    return done();
 }
 
 // Runs an MI command and waits; false with `error` set when it fails.
