@@ -25,6 +25,10 @@ public:
     virtual Status read(std::uint64_t address, void* dest, std::size_t size) = 0;
     // Reads many pieces; readers that can gather in one call override this.
     virtual Status readv(const Segment* segments, std::size_t count);
+    // Whether thousands of small pieces read scattered over the array cost
+    // little beside one pass over it; guesses from a sample are made only
+    // then.
+    virtual bool cheapScatteredReads() const { return false; }
 };
 
 // Memory of this process, as if it were the debuggee's: the address is taken
@@ -36,6 +40,7 @@ public:
     // The buffer's own address is its debuggee address.
     BufferReader(const void* data, std::size_t size);
     Status read(std::uint64_t address, void* dest, std::size_t size) override;
+    bool cheapScatteredReads() const override { return true; }
     std::uint64_t baseAddress() const { return base_; }
 
 private:
@@ -56,6 +61,7 @@ public:
 
     Status read(std::uint64_t address, void* dest, std::size_t size) override;
     Status readv(const Segment* segments, std::size_t count) override;
+    bool cheapScatteredReads() const override { return true; }
     // The method the last successful read used.
     Method method() const { return method_.load(); }
 

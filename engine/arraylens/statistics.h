@@ -64,12 +64,25 @@ struct Statistics {
     bool valid(Stat s) const { return (statValid >> s) & 1u; }
 
     unsigned passes = 0; // passes over the data it took; diagnostics
+    // Diagnostics of the guess from a sample: it was made, and the windows
+    // it chose held every rank and fence wanted, so one pass did.
+    bool sampled = false;
+    bool windowsHeld = false;
 };
 
 struct StatisticsOptions : PassOptions {
     // Memory for the keys gathered in the exact quantile search (8 bytes a
     // key); more passes over the data when it is small.
     std::size_t selectionBytes = 24u << 20;
+    // Floating-point arrays of at least `sampleFrom` elements, read where
+    // scattered reads are cheap, get `sampleSize` elements read first; the
+    // key windows they suggest around the quartiles and fences are gathered
+    // (at most `windowBytes` of keys) in the one pass that computes the
+    // rest. When a window misses, radix selection takes over. A sample costs
+    // about as much as a pass over 16 million elements.
+    std::size_t sampleFrom = std::size_t(1) << 25;
+    std::size_t sampleSize = 32768;
+    std::size_t windowBytes = 128u << 20;
     static StatisticsOptions Defaults() { return StatisticsOptions{}; }
 };
 

@@ -1,0 +1,74 @@
+// The innermost loops of the statistics pass, over one block of elements
+// already in memory. Each loop does one simple thing over the whole block so
+// that the compiler turns it into vector instructions. The same source is
+// built for the baseline processor and, on x86-64, once more for AVX2; the
+// processor's own choice is made once. Both builds give the same results to
+// the bit: they add in the same order and neither fuses multiplies and adds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace arraylens::kernels {
+
+// Elements per block: the block, its keys and its flags stay in the core's
+// first-level cache.
+constexpr std::size_t kBlock = 1024;
+
+// The most key windows one scan checks.
+constexpr unsigned kMaxWindows = 8;
+
+// Classes of the elements of one block of IEEE values.
+struct ClassCounts {
+    std::uint64_t zero = 0, nan = 0, inf = 0, denorm = 0;
+};
+
+// Of the finite values of one block: their pairwise sum, extremes, and the
+// sum of squared deviations from their own mean.
+struct FiniteMoments {
+    double sum = 0, min = 0, max = 0, m2 = 0;
+};
+
+// Ranges of order-preserving keys, each [lo, lo + span].
+struct KeyWindows {
+    unsigned count = 0;
+    std::uint64_t lo[kMaxWindows] = {};
+    std::uint64_t span[kMaxWindows] = {};
+};
+
+// What a scan adds up, per window: the keys below it.
+struct WindowTally {
+    std::uint64_t under[kMaxWindows] = {};
+};
+
+struct Ops {
+    // Classes of n doubles (floats); the finite ones, as doubles, go to
+    // `finite` and their number is returned. `finite` has room for n.
+    std::size_t (*classifyF64)(const double* v, std::size_t n, double* finite, ClassCounts& c);
+    std::size_t (*classifyF32)(const float* v, std::size_t n, double* finite, ClassCounts& c);
+    // Over n > 0 finite values.
+    FiniteMoments (*moments)(const double* v, std::size_t n);
+    // Order-preserving keys of finite values: those of the values' own
+    // type, so a float's key has 32 bits.
+    void (*keysF64)(const double* v, std::size_t n, std::uint64_t* keys);
+    void (*keysF32)(const double* v, std::size_t n, std::uint64_t* keys);
+    // Tallies the keys against the windows, and writes the keys inside
+    // window j to out[j], which has room for n, and their number to
+    // counts[j].
+    void (*scan)(const std::uint64_t* keys, std::size_t n, const KeyWindows& w, WindowTally& tally,
+                 std::uint64_t* const* out, std::size_t* counts);
+};
+
+// The loops for this processor.
+const Ops& ops();
+// Every build this processor can run, fastest first, with its name
+// ("avx512", "avx2", "baseline"): all give the same results.
+struct Build {
+    const char* name;
+    const Ops* ops;
+};
+int builds(Build* out); // at most 3
+// The name of the build ops() chose.
+const char* opsName();
+
+} // namespace arraylens::kernels
