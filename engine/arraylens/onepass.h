@@ -1,0 +1,511 @@
+// Statistics of large IEEE single and double arrays in one pass: a
+// stratified sample guesses key windows around the quartiles and the fences,
+// the pass keeps the keys inside them and counts those below, and when every
+// wanted rank did fall inside its window, nothing more is read. Otherwise
+// radix selection takes over from the counts of the same pass. Only the
+// statistics include this.
+#pragma once
+
+#include "kernels.h"
+#include "keypass.h"
+#include "sample.h"
+
+#include <memory>
+
+namespace arraylens::detail {
+
+// Windows chosen before the pass: one around each quartile's rank as a
+// sample puts it, and one where each fence can fall if the quartiles lie in
+// theirs. The pass counts the keys below each window and keeps those inside;
+// afterwards the counts tell whether each wanted rank did fall inside.
+struct GuessedWindows {
+    kernels::KeyWindows keys;
+    int quartile[3] = {-1, -1, -1}; // the windows of the 0.25, 0.5, 0.75 quantiles
+    int lowFence = -1, highFence = -1;
+    std::size_t cap[kernels::kMaxWindows] = {};
+    std::uint64_t hi(int w) const { return keys.lo[w] + keys.span[w]; }
+    bool holds(int w, std::uint64_t key) const {
+        return w >= 0 && key - keys.lo[w] <= keys.span[w];
+    }
+};
+
+// Where a sample of m keys puts quantile p: the sample's keys at p give or
+// take 4.5 standard errors of a sample quantile's rank, and a few ranks more
+// for small samples. One element per stratum only narrows the spread.
+template <Repr R>
+void quantileWindow(const std::vector<std::uint64_t>& sorted, double p, std::uint64_t& lo,
+                    std::uint64_t& hi) {
+    const double m = static_cast<double>(sorted.size());
+    const double margin = 4.5 * std::sqrt(p * (1 - p) / m) + 3.0 / m;
+    const double a = (p - margin) * (m - 1), b = (p + margin) * (m - 1);
+    lo = a <= 0 ? finiteKeyMin<R>() : sorted[static_cast<std::size_t>(std::floor(a))];
+    hi = b >= m - 1 ? finiteKeyMax<R>() : sorted[static_cast<std::size_t>(std::ceil(b))];
+}
+
+// The keys a fence can take while the quartiles stay in their windows,
+// widened a little for the rounding of their interpolation. The lower fence
+// rises with Q1 and falls with Q3, the upper one the other way round.
+template <Repr R>
+bool fenceWindow(bool low, double q1lo, double q1hi, double q3lo, double q3hi, std::uint64_t& a,
+                 std::uint64_t& b) {
+    const double from = low ? q1lo - 1.5 * (q3hi - q1lo) : q3lo + 1.5 * (q3lo - q1hi);
+    const double to = low ? q1hi - 1.5 * (q3lo - q1hi) : q3hi + 1.5 * (q3hi - q1lo);
+    if (!std::isfinite(from) || !std::isfinite(to) || from > to)
+        return false;
+    bool none1 = false, none2 = false;
+    a = low ? keyNotBelow<R>(from, none1) : keyNotAbove<R>(from, none1);
+    b = low ? keyNotBelow<R>(to, none2) : keyNotAbove<R>(to, none2);
+    if (none1 || none2 || a > b)
+        return false;
+    constexpr std::uint64_t kSlack = 64;
+    const std::uint64_t fmin = finiteKeyMin<R>(), fmax = finiteKeyMax<R>();
+    a = a - fmin > kSlack ? a - kSlack : fmin;
+    b = fmax - b > kSlack ? b + kSlack : fmax;
+    return true;
+}
+
+// Reads the sample and chooses the windows; false when no guess is worth
+// making (too few finite elements pass, or the windows would hold more keys
+// than allowed).
+template <Repr R>
+bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, GuessedWindows& g) {
+    using T = ReprTraits<R>;
+    const std::vector<std::uint64_t> positions =
+        stratifiedPositions(ctx.plan.elementCount(), options.sampleSize);
+    std::vector<unsigned char> bytes;
+    if (!readPositions(*ctx.layout, ctx.reader, positions, ctx.threads, bytes))
+        return false; // the pass itself says what could not be read
+    const std::size_t esize = ctx.plan.elementSize();
+    std::vector<std::uint64_t> sorted;
+    sorted.reserve(positions.size());
+    unsigned char pass[Filter::kBlock];
+    for (std::size_t k0 = 0; k0 < positions.size(); k0 += Filter::kBlock) {
+        const std::size_t m = std::min(Filter::kBlock, positions.size() - k0);
+        const unsigned char* p = bytes.data() + k0 * esize;
+        if (!ctx.filter.empty())
+            ctx.filter.matchBlock<R>(p, static_cast<std::ptrdiff_t>(esize), m, pass);
+        for (std::size_t k = 0; k < m; ++k, p += esize) {
+            std::uint64_t key;
+            if ((ctx.filter.empty() || pass[k]) && finiteKey<R>(p, key))
+                sorted.push_back(key);
+        }
+    }
+    // The margins widen by themselves for small samples; below this few the
+    // windows would cover most of the data anyway.
+    if (sorted.size() < 64)
+        return false;
+    std::sort(sorted.begin(), sorted.end());
+    const double m = static_cast<double>(sorted.size());
+    const double expectedFinite =
+        static_cast<double>(ctx.plan.elementCount()) * m / static_cast<double>(positions.size());
+    // Keys a window will see by the sample, with room for the sample's error.
+    auto expectedIn = [&](std::uint64_t lo, std::uint64_t hi) {
+        const auto in = std::upper_bound(sorted.begin(), sorted.end(), hi) -
+                        std::lower_bound(sorted.begin(), sorted.end(), lo);
+        return static_cast<std::size_t>(1.25 * expectedFinite * static_cast<double>(in + 4) / m) +
+               4096;
+    };
+    const std::size_t budget = std::max<std::size_t>(options.windowBytes / 8, 16);
+    std::size_t used = 0;
+    kernels::KeyWindows& w = g.keys;
+    auto add = [&](std::uint64_t lo, std::uint64_t hi) {
+        const int at = static_cast<int>(w.count++);
+        w.lo[at] = lo;
+        w.span[at] = hi - lo;
+        // A window of one key needs only its counts, not its keys.
+        g.cap[at] = lo == hi ? 0 : expectedIn(lo, hi);
+        used += g.cap[at];
+        return at;
+    };
+    const double ps[3] = {0.25, 0.5, 0.75};
+    std::uint64_t qlo[3], qhi[3];
+    for (int i = 0; i < 3; ++i) {
+        quantileWindow<R>(sorted, ps[i], qlo[i], qhi[i]);
+        g.quartile[i] = add(qlo[i], qhi[i]);
+    }
+    if (used > budget)
+        return false;
+    const double q1lo = static_cast<double>(T::fromKey(qlo[0]));
+    const double q1hi = static_cast<double>(T::fromKey(qhi[0]));
+    const double q3lo = static_cast<double>(T::fromKey(qlo[2]));
+    const double q3hi = static_cast<double>(T::fromKey(qhi[2]));
+    // A fence window that would not fit is left out: the adjacent values
+    // then need a pass of their own only if the fence falls inside the data.
+    for (bool low : {true, false}) {
+        std::uint64_t a, b;
+        if (!fenceWindow<R>(low, q1lo, q1hi, q3lo, q3hi, a, b))
+            continue;
+        if (used + expectedIn(a, b) > budget)
+            continue;
+        (low ? g.lowFence : g.highFence) = add(a, b);
+    }
+    return true;
+}
+
+// One thread's share of the pass.
+template <Repr R> struct alignas(64) OnePassState {
+    using Native = typename ReprTraits<R>::Native;
+    std::uint64_t count = 0, finite = 0;
+    kernels::ClassCounts classes;
+    double min = 0, max = 0;
+    kernels::WindowTally tally;
+    std::uint64_t in[kernels::kMaxWindows] = {};
+    // Keys of each window waiting to go to its store: the scan writes a
+    // block's worth straight after those already waiting.
+    static constexpr std::size_t kFlushAt = 4096;
+    std::unique_ptr<std::uint64_t[]> local[kernels::kMaxWindows];
+    std::uint64_t* localAt[kernels::kMaxWindows] = {};
+    std::size_t waiting[kernels::kMaxWindows] = {};
+    std::size_t got[kernels::kMaxWindows] = {};
+    Native native[kernels::kBlock];
+    std::size_t nn = 0;
+    double values[kernels::kBlock];
+    std::uint64_t keys[kernels::kBlock];
+    explicit OnePassState(unsigned windows) {
+        for (unsigned j = 0; j < windows; ++j) {
+            local[j].reset(new std::uint64_t[kFlushAt + kernels::kBlock]);
+            localAt[j] = local[j].get();
+        }
+    }
+    // The passing elements' bytes for the checksum, as in the first pass of
+    // radix selection.
+    std::vector<unsigned char> pack;
+    std::size_t packed = 0;
+    unsigned char* reservePackFor(std::size_t bytes) {
+        if (pack.size() < packed + bytes)
+            pack.resize(std::max(packed + bytes, 2 * pack.size()));
+        return pack.data() + packed;
+    }
+};
+
+// Sums and moments of one tile, merged in tile order afterwards so that the
+// result does not depend on which thread took which tile.
+struct TileSums {
+    Neumaier sum;
+    Moments moments;
+};
+
+// The keys a window kept: filled by every thread at once.
+struct WindowStore {
+    std::unique_ptr<std::uint64_t[]> keys;
+    std::size_t cap = 0;
+    std::atomic<std::size_t> fill{0};
+    bool complete(std::uint64_t in) const { return fill.load() == in && in <= cap; }
+};
+
+// Statistics of IEEE single or double elements in one pass when the sample's
+// windows hold; otherwise the same pass goes on to radix selection. False in
+// `taken` when no guess was made and the caller is to compute it all.
+template <Repr R>
+Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& options,
+                           Statistics& out, bool& taken) {
+    using T = ReprTraits<R>;
+    using Native = typename T::Native;
+    taken = false;
+    GuessedWindows g;
+    if (!guessWindows<R>(ctx, options, g))
+        return Status::Ok();
+    taken = true;
+    out.sampled = true;
+    const kernels::Ops& ops = kernels::ops();
+    const kernels::KeyWindows& win = g.keys;
+    const unsigned nw = win.count;
+    WindowStore stores[kernels::kMaxWindows];
+    for (unsigned j = 0; j < nw; ++j) {
+        stores[j].cap = g.cap[j];
+        if (g.cap[j])
+            stores[j].keys.reset(new std::uint64_t[g.cap[j]]);
+    }
+    const std::size_t esize = ctx.plan.elementSize();
+    constexpr std::size_t vbytes = sizeof(Native);
+    std::vector<std::unique_ptr<OnePassState<R>>> states;
+    for (int i = 0; i < ctx.threads; ++i)
+        states.push_back(std::make_unique<OnePassState<R>>(nw));
+    std::vector<TileSums> tiles(static_cast<std::size_t>(ctx.plan.tileCount()));
+    std::unique_ptr<std::atomic<std::uint64_t>[]> verdicts;
+    const std::uint64_t positions = ctx.plan.elementCount();
+    if (!ctx.filter.empty() && positions <= (std::uint64_t(1) << 30))
+        verdicts.reset(new std::atomic<std::uint64_t>[(positions + 63) / 64]());
+
+    auto flushLocal = [&](OnePassState<R>& st, unsigned j) {
+        WindowStore& s = stores[j];
+        const std::size_t n = st.waiting[j];
+        const std::size_t at = s.fill.fetch_add(n);
+        if (at < s.cap)
+            std::copy(st.local[j].get(), st.local[j].get() + std::min(n, s.cap - at),
+                      s.keys.get() + at);
+        st.waiting[j] = 0;
+        st.localAt[j] = st.local[j].get();
+    };
+    auto block = [&](OnePassState<R>& st, TileSums& sums, const Native* v, std::size_t m) {
+        st.count += m;
+        std::size_t nf;
+        if constexpr (R == Repr::F64)
+            nf = ops.classifyF64(v, m, st.values, st.classes);
+        else
+            nf = ops.classifyF32(v, m, st.values, st.classes);
+        if (nf == 0)
+            return;
+        const kernels::FiniteMoments fm = ops.moments(st.values, nf);
+        sums.sum.add(fm.sum);
+        sums.moments.merge(static_cast<double>(nf), fm.sum / static_cast<double>(nf), fm.m2);
+        if (st.finite == 0) {
+            st.min = fm.min;
+            st.max = fm.max;
+        } else {
+            st.min = fm.min < st.min ? fm.min : st.min;
+            st.max = fm.max > st.max ? fm.max : st.max;
+        }
+        st.finite += nf;
+        if constexpr (R == Repr::F64)
+            ops.keysF64(st.values, nf, st.keys);
+        else
+            ops.keysF32(st.values, nf, st.keys);
+        ops.scan(st.keys, nf, win, st.tally, st.localAt, st.got);
+        for (unsigned j = 0; j < nw; ++j) {
+            st.in[j] += st.got[j];
+            // A window of one key is known by its counts alone.
+            if (g.cap[j] == 0 || st.got[j] == 0)
+                continue;
+            st.waiting[j] += st.got[j];
+            st.localAt[j] += st.got[j];
+            if (st.waiting[j] >= OnePassState<R>::kFlushAt)
+                flushLocal(st, j);
+        }
+    };
+
+    TileTurns turns;
+    OrderedHasher hash(turns);
+    const Filter& filter = ctx.filter;
+    Status s = forEachTile(
+        ctx.plan, ctx.reader, ctx.threads,
+        [&](int thread, std::uint64_t tile, const TileView& view) -> Status {
+            OnePassState<R>& st = *states[static_cast<std::size_t>(thread)];
+            TileSums& sums = tiles[static_cast<std::size_t>(tile)];
+            const bool direct = filter.empty() && view.runs.size() == 1 &&
+                                view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
+                                esize == vbytes;
+            st.packed = 0;
+            st.nn = 0;
+            std::uint64_t position = view.firstIndex;
+            for (const ElementRun& run : view.runs) {
+                const unsigned char* p = run.first;
+                const bool aligned = reinterpret_cast<std::uintptr_t>(p) % alignof(Native) == 0;
+                if (filter.empty() && run.step == static_cast<std::ptrdiff_t>(vbytes) &&
+                    esize == vbytes && aligned) {
+                    const Native* v = reinterpret_cast<const Native*>(p);
+                    for (std::size_t k = 0; k < run.count; k += kernels::kBlock)
+                        block(st, sums, v + k, std::min(kernels::kBlock, run.count - k));
+                    if (!direct) {
+                        unsigned char* o = st.reservePackFor(run.count * vbytes);
+                        std::memcpy(o, p, run.count * vbytes);
+                        st.packed += run.count * vbytes;
+                    }
+                    continue;
+                }
+                unsigned char pass[Filter::kBlock];
+                for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
+                    const std::size_t m = std::min(Filter::kBlock, run.count - k0);
+                    if (!filter.empty()) {
+                        filter.matchBlock<R>(p, run.step, m, pass);
+                        if (verdicts)
+                            storeVerdicts(verdicts.get(), position, pass, m);
+                    }
+                    position += m;
+                    unsigned char* const start = st.reservePackFor(m * vbytes);
+                    unsigned char* o = start;
+                    for (std::size_t k = 0; k < m; ++k, p += run.step) {
+                        if (!filter.empty() && !pass[k])
+                            continue;
+                        std::memcpy(&st.native[st.nn++], p, vbytes);
+                        std::memcpy(o, p, vbytes);
+                        o += vbytes;
+                        if (st.nn == kernels::kBlock) {
+                            block(st, sums, st.native, st.nn);
+                            st.nn = 0;
+                        }
+                    }
+                    st.packed += static_cast<std::size_t>(o - start);
+                }
+            }
+            if (st.nn) {
+                block(st, sums, st.native, st.nn);
+                st.nn = 0;
+            }
+            const bool ok = direct ? hash.add(tile, view.runs[0].first, view.runs[0].count * esize)
+                                   : hash.add(tile, st.pack.data(), st.packed);
+            if (!ok)
+                return Error{ErrorCode::Unreadable, "abandoned"};
+            return Status::Ok();
+        },
+        &turns, ctx.cancel);
+    const std::uint64_t checksum = hash.digest();
+    if (!s)
+        return s;
+
+    // Everything counted, in an order that does not depend on the threads.
+    OnePassState<R>& all = *states[0];
+    for (auto& st : states)
+        for (unsigned j = 0; j < nw; ++j)
+            if (st->waiting[j])
+                flushLocal(*st, j);
+    for (std::size_t i = 1; i < states.size(); ++i) {
+        OnePassState<R>& o = *states[i];
+        all.count += o.count;
+        all.classes.zero += o.classes.zero;
+        all.classes.nan += o.classes.nan;
+        all.classes.inf += o.classes.inf;
+        all.classes.denorm += o.classes.denorm;
+        if (o.finite) {
+            if (all.finite == 0) {
+                all.min = o.min;
+                all.max = o.max;
+            } else {
+                all.min = o.min < all.min ? o.min : all.min;
+                all.max = o.max > all.max ? o.max : all.max;
+            }
+        }
+        all.finite += o.finite;
+        for (unsigned j = 0; j < nw; ++j) {
+            all.tally.under[j] += o.tally.under[j];
+            all.in[j] += o.in[j];
+        }
+    }
+    Neumaier sum;
+    Moments moments;
+    for (const TileSums& t : tiles) {
+        sum.add(t.sum.sum);
+        sum.add(t.sum.c);
+        moments.merge(t.moments.n, t.moments.mean, t.moments.m2);
+    }
+    tiles = std::vector<TileSums>();
+
+    out.checksum = static_cast<std::int64_t>(checksum);
+    out.count = all.count;
+    out.zeroCount = all.classes.zero;
+    out.nanCount = all.classes.nan;
+    out.infCount = all.classes.inf;
+    out.denormCount = all.classes.denorm;
+    out.passes = 1;
+    out.statValid = 0x7 | (1u << StatNanCount) | (1u << StatInfCount) | (1u << StatDenormCount);
+    const std::uint64_t n = all.finite;
+    if (n == 0)
+        return Status::Ok();
+    out.statValid |= 0x1ff8;
+    out.sum = sum.value();
+    out.mean = sum.value() / static_cast<double>(n);
+    out.min = all.min;
+    out.max = all.max;
+    out.stdDev = std::sqrt(moments.m2 / moments.n);
+
+    // The quartiles' ranks, each looked up in its window.
+    const QuantilePoint qs[3] = {quantilePoint(n, 0.25), quantilePoint(n, 0.5),
+                                 quantilePoint(n, 0.75)};
+    bool held = true;
+    for (int i = 0; i < 3 && held; ++i) {
+        const int w = g.quartile[i];
+        for (std::uint64_t rank : {qs[i].lower, qs[i].upper})
+            held = held && rank >= all.tally.under[w] && rank - all.tally.under[w] < all.in[w] &&
+                   (g.cap[w] == 0 || stores[w].complete(all.in[w]));
+    }
+    PassContext later = ctx;
+    later.verdicts = verdicts.get();
+    if (!held) {
+        // The guess missed: the first histogram radix selection starts from.
+        const unsigned keyBits = T::keyBits;
+        RadixSelect probe(keyBits, {0}, n, 16);
+        std::vector<std::vector<std::uint64_t>> hists, keys;
+        FenceQuery none;
+        Status hs = keyPass<R>(later, {probe.firstJob()}, none, hists, keys);
+        if (!hs)
+            return hs;
+        ++out.passes;
+        return quantilesByRadix<R>(later, options, n, std::move(hists[0]), all.min, all.max, out);
+    }
+    // Each window's ranks by partial sorting, the windows on threads of
+    // their own. Its two ranks are neighbours: the second is the smallest
+    // key after the first.
+    std::uint64_t found[3][2] = {};
+    std::atomic<int> nextWindow{0};
+    runOnThreads(std::min(ctx.threads, 3), [&](int) {
+        for (int i = nextWindow++; i < 3; i = nextWindow++) {
+            const int w = g.quartile[i];
+            const std::uint64_t under = all.tally.under[w];
+            if (g.cap[w] == 0) {
+                found[i][0] = found[i][1] = win.lo[w];
+                continue;
+            }
+            std::uint64_t* begin = stores[w].keys.get();
+            std::uint64_t* end = begin + all.in[w];
+            std::uint64_t* at = begin + (qs[i].lower - under);
+            std::nth_element(begin, at, end);
+            found[i][0] = *at;
+            found[i][1] = qs[i].upper == qs[i].lower ? *at : *std::min_element(at + 1, end);
+        }
+    });
+    auto quantile = [&](int i) {
+        return interpolate(T::fromKey(found[i][0]), T::fromKey(found[i][1]), qs[i].fraction);
+    };
+    out.firstQuartile = quantile(0);
+    out.median = quantile(1);
+    out.thirdQuartile = quantile(2);
+
+    // Tukey's adjacent values from the fence windows, when the fences fell
+    // in them with a key between the fence and the window's far end; a
+    // fence outside the data needs no window at all.
+    const double iqr = out.thirdQuartile - out.firstQuartile;
+    FenceQuery fence;
+    bool noneLow = false, noneHigh = false;
+    fence.notBelow = keyNotBelow<R>(out.firstQuartile - 1.5 * iqr, noneLow);
+    fence.notAbove = keyNotAbove<R>(out.thirdQuartile + 1.5 * iqr, noneHigh);
+    double lowerAdj = all.min, upperAdj = all.max;
+    bool needLow = !noneLow && T::key(all.min) < fence.notBelow;
+    bool needHigh = !noneHigh && T::key(all.max) > fence.notAbove;
+    const int lw = g.lowFence, hw = g.highFence;
+    if (needLow && g.holds(lw, fence.notBelow) && stores[lw].complete(all.in[lw])) {
+        const std::uint64_t* k = stores[lw].keys.get();
+        bool any = false;
+        std::uint64_t best = 0;
+        for (std::uint64_t i = 0; i < all.in[lw]; ++i)
+            if (k[i] >= fence.notBelow && (!any || k[i] < best)) {
+                best = k[i];
+                any = true;
+            }
+        if (any) {
+            lowerAdj = T::fromKey(best);
+            needLow = false;
+        }
+    }
+    if (needHigh && g.holds(hw, fence.notAbove) && stores[hw].complete(all.in[hw])) {
+        const std::uint64_t* k = stores[hw].keys.get();
+        bool any = false;
+        std::uint64_t best = 0;
+        for (std::uint64_t i = 0; i < all.in[hw]; ++i)
+            if (k[i] <= fence.notAbove && (!any || k[i] > best)) {
+                best = k[i];
+                any = true;
+            }
+        if (any) {
+            upperAdj = T::fromKey(best);
+            needHigh = false;
+        }
+    }
+    out.windowsHeld = !needLow && !needHigh;
+    if (needLow || needHigh) {
+        fence.active = true;
+        std::vector<std::vector<std::uint64_t>> hists, keys;
+        Status ps = keyPass<R>(later, {}, fence, hists, keys);
+        if (!ps)
+            return ps;
+        ++out.passes;
+        if (needLow && fence.anyLow)
+            lowerAdj = T::fromKey(fence.foundLow);
+        if (needHigh && fence.anyHigh)
+            upperAdj = T::fromKey(fence.foundHigh);
+    }
+    out.lowerAdjValue = lowerAdj;
+    out.upperAdjValue = upperAdj;
+    return Status::Ok();
+}
+
+} // namespace arraylens::detail

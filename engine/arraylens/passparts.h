@@ -1,0 +1,296 @@
+// Pieces every pass of the statistics shares: sums and moments that merge,
+// the filter's verdicts kept from one pass for the next, the checksum in
+// result order whatever order the threads finish tiles in, and
+// order-preserving keys of elements and of thresholds. Only the statistics
+// include this.
+#pragma once
+
+#include "element.h"
+#include "filter.h"
+#include "parallel.h"
+#include "slice.h"
+#include "statistics.h"
+#include "walk.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <type_traits>
+#include <vector>
+#include <xxhash.h>
+
+namespace arraylens::detail {
+
+// Running mean and sum of squared deviations, merged block by block
+// (Chan et al.): stable however large the mean is against the spread.
+struct Moments {
+    double n = 0, mean = 0, m2 = 0;
+    void merge(double nb, double meanB, double m2B) {
+        if (nb == 0)
+            return;
+        if (n == 0) {
+            n = nb;
+            mean = meanB;
+            m2 = m2B;
+            return;
+        }
+        double total = n + nb;
+        double delta = meanB - mean;
+        mean += delta * (nb / total);
+        m2 += m2B + delta * delta * (n * nb / total);
+        n = total;
+    }
+};
+
+struct Neumaier {
+    double sum = 0, c = 0;
+    void add(double x) {
+        double t = sum + x;
+        if (std::fabs(sum) >= std::fabs(x))
+            c += (sum - t) + x;
+        else
+            c += (x - t) + sum;
+        sum = t;
+    }
+    double value() const { return sum + c; }
+};
+
+struct PassContext {
+    const TilePlan& plan;
+    Reader& reader;
+    int threads;
+    const Filter& filter;
+    const std::atomic<bool>* cancel;
+    const Layout* layout = nullptr;
+    // The filter's verdicts from the first pass, a bit per result position,
+    // so that later passes need not evaluate it again; null when not kept.
+    const std::atomic<std::uint64_t>* verdicts = nullptr;
+};
+
+// Sets the bits of the passing elements among m at result positions from
+// base on. Tiles can share a word at their edges, hence the atomic or.
+inline void storeVerdicts(std::atomic<std::uint64_t>* words, std::uint64_t base,
+                          const unsigned char* pass, std::size_t m) {
+    std::size_t k = 0;
+    while (k < m) {
+        const std::uint64_t at = base + k;
+        const unsigned bit = static_cast<unsigned>(at & 63);
+        const std::size_t take = std::min<std::size_t>(m - k, 64 - bit);
+        std::uint64_t bits = 0;
+        for (std::size_t j = 0; j < take; ++j)
+            bits |= static_cast<std::uint64_t>(pass[k + j] != 0) << (bit + j);
+        if (bits)
+            words[at >> 6].fetch_or(bits, std::memory_order_relaxed);
+        k += take;
+    }
+}
+
+inline void loadVerdicts(const std::atomic<std::uint64_t>* words, std::uint64_t base,
+                         unsigned char* pass, std::size_t m) {
+    std::size_t k = 0;
+    while (k < m) {
+        const std::uint64_t at = base + k;
+        const unsigned bit = static_cast<unsigned>(at & 63);
+        const std::size_t take = std::min<std::size_t>(m - k, 64 - bit);
+        const std::uint64_t bits = words[at >> 6].load(std::memory_order_relaxed) >> bit;
+        for (std::size_t j = 0; j < take; ++j)
+            pass[k + j] = static_cast<unsigned char>((bits >> j) & 1);
+        k += take;
+    }
+}
+
+// XXH3 of the tiles' bytes in tile order, whatever order the threads
+// finish them in. A tile that comes early is copied aside until its turn,
+// so no thread waits for another unless many tiles are already waiting.
+class OrderedHasher {
+public:
+    explicit OrderedHasher(const TileTurns& stop) : stop_(stop) {
+        state_ = XXH3_createState();
+        XXH3_64bits_reset(state_);
+    }
+    ~OrderedHasher() { XXH3_freeState(state_); }
+    OrderedHasher(const OrderedHasher&) = delete;
+    OrderedHasher& operator=(const OrderedHasher&) = delete;
+
+    // False when the pass was abandoned while this tile waited.
+    bool add(std::uint64_t tile, const unsigned char* bytes, std::size_t size) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (tile != next_ && pending_.size() >= kMaxPending) {
+            if (stop_.abandoned())
+                return false;
+            ready_.wait_for(lock, std::chrono::milliseconds(1));
+        }
+        if (tile != next_) {
+            std::vector<unsigned char> copy;
+            if (!spare_.empty()) {
+                copy = std::move(spare_.back());
+                spare_.pop_back();
+            }
+            copy.assign(bytes, bytes + size);
+            pending_.emplace(tile, std::move(copy));
+            return true;
+        }
+        if (size)
+            XXH3_64bits_update(state_, bytes, size);
+        ++next_;
+        for (auto it = pending_.find(next_); it != pending_.end(); it = pending_.find(next_)) {
+            if (!it->second.empty())
+                XXH3_64bits_update(state_, it->second.data(), it->second.size());
+            spare_.push_back(std::move(it->second));
+            pending_.erase(it);
+            ++next_;
+        }
+        ready_.notify_all();
+        return true;
+    }
+    std::uint64_t digest() const { return XXH3_64bits_digest(state_); }
+
+private:
+    static constexpr std::size_t kMaxPending = 32;
+    const TileTurns& stop_;
+    XXH3_state_t* state_;
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::uint64_t next_ = 0;
+    std::map<std::uint64_t, std::vector<unsigned char>> pending_;
+    std::vector<std::vector<unsigned char>> spare_;
+};
+
+// Order-preserving keys of thresholds: the smallest key whose value is not
+// below x, and the largest whose value is not above x.
+template <Repr R> std::uint64_t keyNotBelow(double x, bool& none) {
+    using T = ReprTraits<R>;
+    none = false;
+    if constexpr (T::isFloat) {
+        if constexpr (R == Repr::F32) {
+            float f = static_cast<float>(x);
+            if (static_cast<double>(f) < x)
+                f = std::nextafter(f, std::numeric_limits<float>::infinity());
+            if (f == 0)
+                f = -0.0f;
+            return T::key(static_cast<double>(f));
+        } else {
+            return T::key(x == 0 ? -0.0 : x);
+        }
+    } else {
+        using Raw = typename T::Raw_;
+        // Long double holds every 64-bit bound exactly; double would round
+        // the largest int64 up to 2^63, which no int64 can hold.
+        const long double lo = T::isLogical ? 0 : std::numeric_limits<Raw>::min();
+        const long double hi = T::isLogical ? 1 : std::numeric_limits<Raw>::max();
+        const long double c = std::ceil(static_cast<long double>(x));
+        if (c <= lo)
+            return T::key(
+                static_cast<typename T::Value>(T::isLogical ? 0 : std::numeric_limits<Raw>::min()));
+        if (c > hi) {
+            none = true;
+            return 0;
+        }
+        return T::key(static_cast<typename T::Value>(c));
+    }
+}
+
+template <Repr R> std::uint64_t keyNotAbove(double x, bool& none) {
+    using T = ReprTraits<R>;
+    none = false;
+    if constexpr (T::isFloat) {
+        if constexpr (R == Repr::F32) {
+            float f = static_cast<float>(x);
+            if (static_cast<double>(f) > x)
+                f = std::nextafter(f, -std::numeric_limits<float>::infinity());
+            if (f == 0)
+                f = 0.0f;
+            return T::key(static_cast<double>(f));
+        } else {
+            return T::key(x == 0 ? 0.0 : x);
+        }
+    } else {
+        using Raw = typename T::Raw_;
+        const long double lo = T::isLogical ? 0 : std::numeric_limits<Raw>::min();
+        const long double hi = T::isLogical ? 1 : std::numeric_limits<Raw>::max();
+        const long double f = std::floor(static_cast<long double>(x));
+        if (f >= hi)
+            return T::key(
+                static_cast<typename T::Value>(T::isLogical ? 1 : std::numeric_limits<Raw>::max()));
+        if (f < lo) {
+            none = true;
+            return 0;
+        }
+        return T::key(static_cast<typename T::Value>(f));
+    }
+}
+
+// The order-preserving key of a finite element; false for NaN and the
+// infinities. IEEE formats take it straight from the bits.
+template <Repr R> inline bool finiteKey(const unsigned char* p, std::uint64_t& key) {
+    using T = ReprTraits<R>;
+    if constexpr (R == Repr::F32 || R == Repr::F64) {
+        if ((T::bits(p) & T::kExp) == T::kExp)
+            return false;
+        key = T::keyOfNative(T::native(p));
+        return true;
+    } else if constexpr (R == Repr::F80) {
+        if (T::classify(p) & kClassNonFinite)
+            return false;
+        key = T::key(T::value(p));
+        return true;
+    } else {
+        key = T::key(T::value(p));
+        return true;
+    }
+}
+
+// Types whose finite elements have keys in one interval with every
+// non-finite key outside it: one unsigned range test then both drops NaN and
+// the infinities and picks the candidates, with no branch on the class.
+template <Repr R>
+constexpr bool kContiguousFiniteKeys = R == Repr::F32 || R == Repr::F64 || !ReprTraits<R>::isFloat;
+
+template <Repr R> inline std::uint64_t anyKey(const unsigned char* p) {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat) {
+        using Bits = decltype(T::bits(p));
+        using SBits = std::make_signed_t<Bits>;
+        const Bits b = T::bits(p);
+        // Negative: all bits flipped; positive: the sign bit set.
+        const Bits flip = static_cast<Bits>(
+            static_cast<Bits>(static_cast<SBits>(b) >> (T::keyBits - 1)) | T::kSign);
+        return static_cast<Bits>(b ^ flip);
+    } else {
+        return T::key(T::value(p));
+    }
+}
+
+template <Repr R> std::uint64_t finiteKeyMin() {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat)
+        return T::keyOfNative(-std::numeric_limits<typename T::Native>::max());
+    else
+        return 0;
+}
+
+template <Repr R> std::uint64_t finiteKeyMax() {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat)
+        return T::keyOfNative(std::numeric_limits<typename T::Native>::max());
+    else
+        return T::keyBits >= 64 ? ~std::uint64_t(0) : (std::uint64_t(1) << T::keyBits) - 1;
+}
+
+template <Repr R> Number typedNumber(typename ReprTraits<R>::Value v) {
+    using T = ReprTraits<R>;
+    if constexpr (T::isFloat)
+        return static_cast<double>(v);
+    else if constexpr (R == Repr::U64)
+        return static_cast<std::uint64_t>(v);
+    else
+        return static_cast<std::int64_t>(v);
+}
+
+} // namespace arraylens::detail
