@@ -150,7 +150,8 @@ void BM_PlainSum(benchmark::State& state) {
 BENCHMARK(BM_PlainSum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // All 16 statistics, exact quartiles included, on two threads; the ratio is
-// against the plain pass on two threads.
+// against the plain pass on two threads. Argument 1: quartiles from a
+// sample's windows in one pass where they hold; 0: radix selection only.
 void BM_Statistics(benchmark::State& state, const char* slice, const char* filter) {
     const std::vector<double>& d = data();
     const Timing baseline = baselineTiming(2);
@@ -158,8 +159,11 @@ void BM_Statistics(benchmark::State& state, const char* slice, const char* filte
     const ArrayDescriptor a = descriptor(reinterpret_cast<std::uintptr_t>(d.data()));
     StatisticsOptions o = StatisticsOptions::Defaults();
     o.threads = 2;
+    if (state.range(0) == 0)
+        o.sampleSize = 0;
     Timing total{0, 0};
     unsigned passes = 0;
+    bool held = false;
     for (auto _ : state) {
         const double c0 = processCpuSeconds();
         const auto t0 = std::chrono::steady_clock::now();
@@ -171,13 +175,21 @@ void BM_Statistics(benchmark::State& state, const char* slice, const char* filte
             return;
         }
         passes = s->passes;
+        held = s->windowsHeld;
         benchmark::DoNotOptimize(s->median);
     }
     reportRatio(state, total, baseline);
     state.counters["passes"] = passes;
+    state.counters["one_pass"] = held ? 1 : 0;
 }
-BENCHMARK_CAPTURE(BM_Statistics, whole, "", "")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Statistics, whole, "", "")
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_Statistics, filtered, "", "$value > -1 && $value != $nan")
+    ->Arg(0)
+    ->Arg(1)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

@@ -366,6 +366,26 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
     return Status::Ok();
 }
 
+// Tukey's adjacent values by a pass of their own: the smallest key not
+// below the low fence and the largest not above the high one, for the sides
+// that need it.
+template <Repr R>
+Status adjacentValuesByPass(const PassContext& later, FenceQuery& fence, bool needLow,
+                            bool needHigh, typename ReprTraits<R>::Value& lowerAdj,
+                            typename ReprTraits<R>::Value& upperAdj) {
+    using T = ReprTraits<R>;
+    fence.active = true;
+    std::vector<std::vector<std::uint64_t>> hists, keys;
+    Status ps = keyPass<R>(later, {}, fence, hists, keys);
+    if (!ps)
+        return ps;
+    if (needLow && fence.anyLow)
+        lowerAdj = T::fromKey(fence.foundLow);
+    if (needHigh && fence.anyHigh)
+        upperAdj = T::fromKey(fence.foundHigh);
+    return Status::Ok();
+}
+
 // Where the fences can fall, from the key ranges the first histogram left
 // for the quartiles' ranks; the windows are used only if the fences, once
 // known, do fall inside them. Inactive when the windows would hold more than
@@ -514,15 +534,10 @@ Status quantilesByRadix(const PassContext& later, const StatisticsOptions& optio
                 upperAdj = T::fromKey(best);
         }
     } else if (needLow || needHigh) {
-        fence.active = true;
-        Status ps = keyPass<R>(later, {}, fence, hists, keys);
+        Status ps = adjacentValuesByPass<R>(later, fence, needLow, needHigh, lowerAdj, upperAdj);
         if (!ps)
             return ps;
         ++out.passes;
-        if (needLow && fence.anyLow)
-            lowerAdj = T::fromKey(fence.foundLow);
-        if (needHigh && fence.anyHigh)
-            upperAdj = T::fromKey(fence.foundHigh);
     }
     out.lowerAdjValue = typedNumber<R>(lowerAdj);
     out.upperAdjValue = typedNumber<R>(upperAdj);

@@ -23,7 +23,6 @@ struct GuessedWindows {
     int quartile[3] = {-1, -1, -1}; // the windows of the 0.25, 0.5, 0.75 quantiles
     int lowFence = -1, highFence = -1;
     std::size_t cap[kernels::kMaxWindows] = {};
-    std::uint64_t hi(int w) const { return keys.lo[w] + keys.span[w]; }
     bool holds(int w, std::uint64_t key) const {
         return w >= 0 && key - keys.lo[w] <= keys.span[w];
     }
@@ -461,47 +460,35 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     double lowerAdj = all.min, upperAdj = all.max;
     bool needLow = !noneLow && T::key(all.min) < fence.notBelow;
     bool needHigh = !noneHigh && T::key(all.max) > fence.notAbove;
-    const int lw = g.lowFence, hw = g.highFence;
-    if (needLow && g.holds(lw, fence.notBelow) && stores[lw].complete(all.in[lw])) {
-        const std::uint64_t* k = stores[lw].keys.get();
+    // The nearest kept key on the inner side of a fence: the smallest not
+    // below the low one, the largest not above the high one.
+    auto fromWindow = [&](int w, std::uint64_t fenceKey, bool low, double& adjacent) {
+        if (!g.holds(w, fenceKey) || !stores[w].complete(all.in[w]))
+            return false;
+        const std::uint64_t* k = stores[w].keys.get();
         bool any = false;
         std::uint64_t best = 0;
-        for (std::uint64_t i = 0; i < all.in[lw]; ++i)
-            if (k[i] >= fence.notBelow && (!any || k[i] < best)) {
+        for (std::uint64_t i = 0; i < all.in[w]; ++i) {
+            const bool inside = low ? k[i] >= fenceKey : k[i] <= fenceKey;
+            if (inside && (!any || (low ? k[i] < best : k[i] > best))) {
                 best = k[i];
                 any = true;
             }
-        if (any) {
-            lowerAdj = T::fromKey(best);
-            needLow = false;
         }
-    }
-    if (needHigh && g.holds(hw, fence.notAbove) && stores[hw].complete(all.in[hw])) {
-        const std::uint64_t* k = stores[hw].keys.get();
-        bool any = false;
-        std::uint64_t best = 0;
-        for (std::uint64_t i = 0; i < all.in[hw]; ++i)
-            if (k[i] <= fence.notAbove && (!any || k[i] > best)) {
-                best = k[i];
-                any = true;
-            }
-        if (any) {
-            upperAdj = T::fromKey(best);
-            needHigh = false;
-        }
-    }
+        if (any)
+            adjacent = T::fromKey(best);
+        return any;
+    };
+    if (needLow && fromWindow(g.lowFence, fence.notBelow, true, lowerAdj))
+        needLow = false;
+    if (needHigh && fromWindow(g.highFence, fence.notAbove, false, upperAdj))
+        needHigh = false;
     out.windowsHeld = !needLow && !needHigh;
     if (needLow || needHigh) {
-        fence.active = true;
-        std::vector<std::vector<std::uint64_t>> hists, keys;
-        Status ps = keyPass<R>(later, {}, fence, hists, keys);
+        Status ps = adjacentValuesByPass<R>(later, fence, needLow, needHigh, lowerAdj, upperAdj);
         if (!ps)
             return ps;
         ++out.passes;
-        if (needLow && fence.anyLow)
-            lowerAdj = T::fromKey(fence.foundLow);
-        if (needHigh && fence.anyHigh)
-            upperAdj = T::fromKey(fence.foundHigh);
     }
     out.lowerAdjValue = lowerAdj;
     out.upperAdjValue = upperAdj;
