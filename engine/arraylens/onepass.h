@@ -63,14 +63,25 @@ bool fenceWindow(bool low, double q1lo, double q1hi, double q3lo, double q3hi, s
     return true;
 }
 
+// The windows together hold about 16 / sqrt(sample size) of the data, with
+// room for the sample's error (and a little more on small samples), while their budget stays fixed:
+// a large array gets a larger sample, up to 2^20 elements (about as dear as a pass over 250
+// million), so that its windows still fit.
+inline std::size_t sampleSizeFor(std::uint64_t elements, const StatisticsOptions& options) {
+    const double budget = static_cast<double>(std::max<std::size_t>(options.windowBytes / 8, 16));
+    const double root = 20.0 * static_cast<double>(elements) / budget;
+    const double wanted = std::min(root * root, double(std::size_t(1) << 20));
+    return std::max(options.sampleSize, static_cast<std::size_t>(wanted));
+}
+
 // Reads the sample and chooses the windows; false when no guess is worth
 // making (too few finite elements pass, or the windows would hold more keys
 // than allowed).
 template <Repr R>
 bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, GuessedWindows& g) {
     using T = ReprTraits<R>;
-    const std::vector<std::uint64_t> positions =
-        stratifiedPositions(ctx.plan.elementCount(), options.sampleSize);
+    const std::vector<std::uint64_t> positions = stratifiedPositions(
+        ctx.plan.elementCount(), sampleSizeFor(ctx.plan.elementCount(), options));
     std::vector<unsigned char> bytes;
     if (!readPositions(*ctx.layout, ctx.reader, positions, ctx.threads, bytes))
         return false; // the pass itself says what could not be read

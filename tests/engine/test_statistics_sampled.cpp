@@ -405,6 +405,20 @@ TEST(OnePassStatistics, AWindowFullerThanTheSampleSaidFallsBack) {
     EXPECT_GT(s.passes, 1u);
 }
 
+TEST(OnePassStatistics, ALargeArrayGetsALargerSample) {
+    // 256 elements would put the windows around most of the data, far more
+    // keys than 8 MiB hold: the sample grows with the array until they fit.
+    const std::vector<double> v = uniformWithZeros(1 << 22, 9);
+    StatisticsOptions o = sampledOptions();
+    o.sampleSize = 256;
+    o.windowBytes = 8u << 20;
+    o.tileBytes = 256 * 1024;
+    const Statistics s = expectMatches(v, o);
+    EXPECT_TRUE(s.sampled);
+    EXPECT_TRUE(s.windowsHeld);
+    EXPECT_EQ(s.passes, 1u);
+}
+
 TEST(OnePassStatistics, AConstantArrayNeedsNoKeysKept) {
     std::vector<double> v(1 << 16, 7.25);
     v[5] = std::numeric_limits<double>::quiet_NaN();
