@@ -235,4 +235,14 @@ inline ::testing::AssertionResult near(double expected, double actual, double re
                                          << " (difference " << expected - actual << ")";
 }
 
+// An answer's "result" and "msg", or what stands for them when no answer
+// came.
+inline QString resultOf(const QSharedPointer<QObject>& bag) {
+    return bag ? bag->property("result").toString() : QStringLiteral("<no answer>");
+}
+
+inline QString msgOf(const QSharedPointer<QObject>& bag) {
+    return bag ? bag->property("msg").toString() : QString();
+}
+
 } // namespace gdbtest

@@ -16,14 +16,6 @@ using namespace gdbtest;
 
 namespace {
 
-QString resultOf(const QSharedPointer<QObject>& bag) {
-    return bag ? bag->property("result").toString() : QStringLiteral("<no answer>");
-}
-
-QString msgOf(const QSharedPointer<QObject>& bag) {
-    return bag ? bag->property("msg").toString() : QString();
-}
-
 std::unique_ptr<Rig> fortranAtMain() {
     auto rig = makeRig();
     QString why;

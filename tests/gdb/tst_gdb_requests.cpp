@@ -17,14 +17,6 @@ using namespace gdbtest;
 
 namespace {
 
-QString resultOf(const QSharedPointer<QObject>& bag) {
-    return bag ? bag->property("result").toString() : QStringLiteral("<no answer>");
-}
-
-QString msgOf(const QSharedPointer<QObject>& bag) {
-    return bag ? bag->property("msg").toString() : QString();
-}
-
 // A statistics request that names its frame by hand.
 ArrayStatisticsRequest frameRequest(const QString& expression, const QString& focus,
                                     const QString& scope, uint depth, const QString& slice = {},
