@@ -27,6 +27,17 @@ bool parseInt(const QString& text, qint64& out) {
     return ok;
 }
 
+// One dimension of a Fortran shape: bounds `lo:hi`, or an extent `n` whose
+// lower bound is 1. False when a number cannot be read.
+bool parseFortranDim(const QString& part, DimBounds& out) {
+    const int colon = part.indexOf(QLatin1Char(':'));
+    if (colon < 0) {
+        out.lower = 1;
+        return parseInt(part, out.upper);
+    }
+    return parseInt(part.left(colon), out.lower) && parseInt(part.mid(colon + 1), out.upper);
+}
+
 QString normalisedType(QString text) {
     text = text.trimmed();
     static const QRegularExpression qualifiers(QStringLiteral("\\b(const|volatile)\\b"));
@@ -90,20 +101,15 @@ TypeShape parseFortranType(const QString& typeText) {
             for (const QString& raw : parts) {
                 const QString part = raw.trimmed();
                 DimBounds d;
-                const int colon = part.indexOf(QLatin1Char(':'));
                 if (part == QLatin1String("*") || part.endsWith(QLatin1Char('*'))) {
                     shape.problem = QStringLiteral("The array is an assumed-size array; its "
                                                    "extent is not known.");
-                } else if (colon >= 0) {
-                    qint64 lo = 0, hi = 0;
-                    if (!parseInt(part.left(colon), lo) || !parseInt(part.mid(colon + 1), hi))
-                        shape.problem = QStringLiteral("The array is not allocated.");
-                    d = DimBounds{lo, hi};
-                } else {
-                    qint64 n = 0;
-                    if (!parseInt(part, n))
-                        shape.problem = QStringLiteral("Cannot read the array's shape.");
-                    d = DimBounds{1, n};
+                } else if (!parseFortranDim(part, d)) {
+                    // A deferred shape, `(:,:)`: not allocated yet.
+                    const bool bounds = part.contains(QLatin1Char(':'));
+                    shape.problem = bounds ? QStringLiteral("The array is not allocated.")
+                                           : QStringLiteral("Cannot read the array's shape.");
+                    d = bounds ? DimBounds{0, 0} : DimBounds{1, 0};
                 }
                 shape.dims.append(d);
             }
@@ -287,16 +293,8 @@ bool readShape(const QString& inner, QVector<DimBounds>& dims, QString& error) {
     }
     for (int d = 0; d < parts.size(); ++d) {
         const QString part = parts[d].trimmed();
-        const int colon = part.indexOf(QLatin1Char(':'));
         DimBounds b;
-        bool ok = false;
-        if (colon >= 0) {
-            ok = parseInt(part.left(colon), b.lower) && parseInt(part.mid(colon + 1), b.upper);
-        } else if (parseInt(part, b.upper)) {
-            b.lower = 1;
-            ok = true;
-        }
-        if (!ok) {
+        if (!parseFortranDim(part, b)) {
             error = QStringLiteral("Cannot read dimension %1 of the shape ('%2'): write an "
                                    "extent such as 20 or bounds such as 0:19.")
                         .arg(d + 1)

@@ -52,9 +52,9 @@ struct Ops {
     // type, so a float's key has 32 bits.
     void (*keysF64)(const double* v, std::size_t n, std::uint64_t* keys);
     void (*keysF32)(const double* v, std::size_t n, std::uint64_t* keys);
-    // Tallies the keys against the windows, and writes the keys inside
-    // window j to out[j], which has room for n, and their number to
-    // counts[j].
+    // Tallies n keys, at most kBlock, against the windows, and writes the
+    // keys inside window j to out[j], which has room for n, and their
+    // number to counts[j].
     void (*scan)(const std::uint64_t* keys, std::size_t n, const KeyWindows& w, WindowTally& tally,
                  std::uint64_t* const* out, std::size_t* counts);
 };

@@ -157,7 +157,7 @@ template <Repr R> struct alignas(64) OnePassState {
     using Native = typename ReprTraits<R>::Native;
     std::uint64_t count = 0, finite = 0;
     kernels::ClassCounts classes;
-    double min = 0, max = 0;
+    Extremes<double> extremes;
     kernels::WindowTally tally;
     std::uint64_t in[kernels::kMaxWindows] = {};
     // Keys of each window waiting to go to its store: the scan writes a
@@ -259,13 +259,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         const kernels::FiniteMoments fm = ops.moments(st.values, nf);
         sums.sum.add(fm.sum);
         sums.moments.merge(static_cast<double>(nf), fm.sum / static_cast<double>(nf), fm.m2);
-        if (st.finite == 0) {
-            st.min = fm.min;
-            st.max = fm.max;
-        } else {
-            st.min = fm.min < st.min ? fm.min : st.min;
-            st.max = fm.max > st.max ? fm.max : st.max;
-        }
+        st.extremes.add(fm.min, fm.max);
         st.finite += nf;
         if constexpr (R == Repr::F64)
             ops.keysF64(st.values, nf, st.keys);
@@ -366,15 +360,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         all.classes.nan += o.classes.nan;
         all.classes.inf += o.classes.inf;
         all.classes.denorm += o.classes.denorm;
-        if (o.finite) {
-            if (all.finite == 0) {
-                all.min = o.min;
-                all.max = o.max;
-            } else {
-                all.min = o.min < all.min ? o.min : all.min;
-                all.max = o.max > all.max ? o.max : all.max;
-            }
-        }
+        all.extremes.add(o.extremes);
         all.finite += o.finite;
         for (unsigned j = 0; j < nw; ++j) {
             all.tally.under[j] += o.tally.under[j];
@@ -404,8 +390,9 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     out.statValid |= 0x1ff8;
     out.sum = sum.value();
     out.mean = sum.value() / static_cast<double>(n);
-    out.min = all.min;
-    out.max = all.max;
+    const double min = all.extremes.min, max = all.extremes.max;
+    out.min = min;
+    out.max = max;
     out.stdDev = std::sqrt(moments.m2 / moments.n);
 
     // The quartiles' ranks, each looked up in its window.
@@ -421,7 +408,10 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     PassContext later = ctx;
     later.verdicts = verdicts.get();
     if (!held) {
-        // The guess missed: the first histogram radix selection starts from.
+        // The guess missed: its keys go before radix selection gathers its
+        // own, and the first histogram is what that starts from.
+        for (WindowStore& w : stores)
+            w.keys.reset();
         const unsigned keyBits = T::keyBits;
         RadixSelect probe(keyBits, {0}, n, 16);
         std::vector<std::vector<std::uint64_t>> hists, keys;
@@ -430,7 +420,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         if (!hs)
             return hs;
         ++out.passes;
-        return quantilesByRadix<R>(later, options, n, std::move(hists[0]), all.min, all.max, out);
+        return quantilesByRadix<R>(later, options, n, std::move(hists[0]), min, max, out);
     }
     // Each window's ranks by partial sorting, the windows on threads of
     // their own. Its two ranks are neighbours: the second is the smallest
@@ -468,9 +458,9 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     bool noneLow = false, noneHigh = false;
     fence.notBelow = keyNotBelow<R>(out.firstQuartile - 1.5 * iqr, noneLow);
     fence.notAbove = keyNotAbove<R>(out.thirdQuartile + 1.5 * iqr, noneHigh);
-    double lowerAdj = all.min, upperAdj = all.max;
-    bool needLow = !noneLow && T::key(all.min) < fence.notBelow;
-    bool needHigh = !noneHigh && T::key(all.max) > fence.notAbove;
+    double lowerAdj = min, upperAdj = max;
+    bool needLow = !noneLow && T::key(min) < fence.notBelow;
+    bool needHigh = !noneHigh && T::key(max) > fence.notAbove;
     // The nearest kept key on the inner side of a fence: the smallest not
     // below the low one, the largest not above the high one.
     auto fromWindow = [&](int w, std::uint64_t fenceKey, bool low, double& adjacent) {

@@ -48,6 +48,27 @@ struct Moments {
     }
 };
 
+// The smallest and largest of the finite values seen, merged from blocks
+// and from threads alike.
+template <class V> struct Extremes {
+    bool any = false;
+    V min{}, max{};
+    void add(V lo, V hi) {
+        if (!any) {
+            min = lo;
+            max = hi;
+            any = true;
+            return;
+        }
+        min = lo < min ? lo : min;
+        max = hi > max ? hi : max;
+    }
+    void add(const Extremes& o) {
+        if (o.any)
+            add(o.min, o.max);
+    }
+};
+
 struct Neumaier {
     double sum = 0, c = 0;
     void add(double x) {

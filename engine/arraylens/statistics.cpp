@@ -49,7 +49,7 @@ template <Repr R> struct alignas(64) FirstPassState {
     __int128 isum = 0;
     Neumaier fsum;
     Moments moments;
-    V min{}, max{};
+    Extremes<V> extremes;
     // 32-bit bins take half the cache of 64-bit ones; they spill into the
     // 64-bit histogram long before they could overflow.
     std::vector<std::uint32_t> hist32;
@@ -108,13 +108,7 @@ template <Repr R> struct alignas(64) FirstPassState {
             fm = kernels::ops().moments(dblock, n);
         }
         moments.merge(static_cast<double>(n), fm.sum / static_cast<double>(n), fm.m2);
-        if (finite == 0) {
-            min = lo;
-            max = hi;
-        } else {
-            min = lo < min ? lo : min;
-            max = hi > max ? hi : max;
-        }
+        extremes.add(lo, hi);
         finite += n;
     }
 };
@@ -249,15 +243,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         all.fsum.add(o.fsum.sum);
         all.fsum.add(o.fsum.c);
         all.moments.merge(o.moments.n, o.moments.mean, o.moments.m2);
-        if (o.finite) {
-            if (all.finite == 0) {
-                all.min = o.min;
-                all.max = o.max;
-            } else {
-                all.min = o.min < all.min ? o.min : all.min;
-                all.max = o.max > all.max ? o.max : all.max;
-            }
-        }
+        all.extremes.add(o.extremes);
         all.finite += o.finite;
         for (std::size_t b = 0; b < all.hist.size(); ++b)
             all.hist[b] += o.hist[b];
@@ -298,13 +284,14 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         }
         out.mean = static_cast<double>(static_cast<long double>(sum) / static_cast<long double>(n));
     }
-    out.min = typedNumber<R>(all.min);
-    out.max = typedNumber<R>(all.max);
+    out.min = typedNumber<R>(all.extremes.min);
+    out.max = typedNumber<R>(all.extremes.max);
     out.stdDev = std::sqrt(all.moments.m2 / all.moments.n);
 
     PassContext later = ctx;
     later.verdicts = verdicts.get();
-    return quantilesByRadix<R>(later, options, n, std::move(all.hist), all.min, all.max, out);
+    return quantilesByRadix<R>(later, options, n, std::move(all.hist), all.extremes.min,
+                               all.extremes.max, out);
 }
 
 } // namespace
