@@ -29,11 +29,18 @@ struct FiniteMoments {
     double sum = 0, min = 0, max = 0, m2 = 0;
 };
 
-// Ranges of order-preserving keys, each [lo, lo + span].
+// Ranges of order-preserving keys, each [lo, lo + span], and the same ranges
+// as values [loValue, hiValue]: a scan compares values, which needs no key
+// for the many that fall outside every window. The two agree except at zero:
+// a window starting at the key of +0 also holds -0 by value, so the scan
+// counts the block's -0 below such a window itself (`loPlusZero`).
 struct KeyWindows {
     unsigned count = 0;
     std::uint64_t lo[kMaxWindows] = {};
     std::uint64_t span[kMaxWindows] = {};
+    double loValue[kMaxWindows] = {};
+    double hiValue[kMaxWindows] = {};
+    bool loPlusZero[kMaxWindows] = {};
 };
 
 // What a scan adds up, per window: the keys below it.
@@ -48,15 +55,13 @@ struct Ops {
     std::size_t (*classifyF32)(const float* v, std::size_t n, double* finite, ClassCounts& c);
     // Over n > 0 finite values.
     FiniteMoments (*moments)(const double* v, std::size_t n);
-    // Order-preserving keys of finite values: those of the values' own
-    // type, so a float's key has 32 bits.
-    void (*keysF64)(const double* v, std::size_t n, std::uint64_t* keys);
-    void (*keysF32)(const double* v, std::size_t n, std::uint64_t* keys);
-    // Tallies n keys, at most kBlock, against the windows, and writes the
-    // keys inside window j to out[j], which has room for n, and their
-    // number to counts[j].
-    void (*scan)(const std::uint64_t* keys, std::size_t n, const KeyWindows& w, WindowTally& tally,
-                 std::uint64_t* const* out, std::size_t* counts);
+    // Tallies n finite values, at most kBlock, against the windows, and
+    // writes the keys of those inside window j to out[j], which has room for
+    // n, and their number to counts[j]. The keys are those of the values'
+    // own type: a float's (`floatKeys`) has 32 bits.
+    using Scan = void (*)(const double* v, std::size_t n, const KeyWindows& w, bool floatKeys,
+                          WindowTally& tally, std::uint64_t* const* out, std::size_t* counts);
+    Scan scan;
 };
 
 // The loops for this processor.

@@ -1,10 +1,131 @@
-// The loops of kernels.inc built for AVX2; used only where the processor
-// has it.
+// The loops of kernels.inc built for AVX2, with the window scan written out:
+// four values at a time are compared with every window, and those inside
+// any window are packed to the front of a vector by a table of permutations
+// and stored, with no branch, for the exact look at their keys.
 #include "kernels.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <immintrin.h>
 
 namespace arraylens::kernels::avx2 {
+
+namespace generic {
 #include "kernels.inc"
+} // namespace generic
+
+namespace {
+
+// For each 4-bit mask of lanes, the 32-bit lane pairs that move the chosen
+// doubles to the front, in order.
+struct CompressTable {
+    alignas(32) std::int32_t idx[16][8];
+    CompressTable() {
+        for (int m = 0; m < 16; ++m) {
+            int k = 0;
+            for (int lane = 0; lane < 4; ++lane)
+                if (m & (1 << lane)) {
+                    idx[m][2 * k] = 2 * lane;
+                    idx[m][2 * k + 1] = 2 * lane + 1;
+                    ++k;
+                }
+            for (; k < 4; ++k)
+                idx[m][2 * k] = idx[m][2 * k + 1] = 0;
+        }
+    }
+};
+const CompressTable kCompress;
+
+// The number of windows is a template argument so that their bounds and
+// counts stay in registers.
+template <unsigned NW>
+void scanN(const double* v, std::size_t n, const KeyWindows& w, bool floatKeys, WindowTally& tally,
+           std::uint64_t* const* out, std::size_t* counts) {
+    __m256d lo[NW], hi[NW];
+    __m256i under[NW];
+    for (unsigned j = 0; j < NW; ++j) {
+        lo[j] = _mm256_set1_pd(w.loValue[j]);
+        hi[j] = _mm256_set1_pd(w.hiValue[j]);
+        under[j] = _mm256_setzero_si256();
+    }
+    // Room for the last full store of four.
+    double cand[kBlock + 4];
+    std::size_t nc = 0;
+    std::size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m256d x = _mm256_loadu_pd(v + i);
+        __m256d any = _mm256_setzero_pd();
+        for (unsigned j = 0; j < NW; ++j) {
+            const __m256d lt = _mm256_cmp_pd(x, lo[j], _CMP_LT_OQ);
+            // A true compare is -1 in every bit: subtracting counts it.
+            under[j] = _mm256_sub_epi64(under[j], _mm256_castpd_si256(lt));
+            const __m256d le = _mm256_cmp_pd(x, hi[j], _CMP_LE_OQ);
+            any = _mm256_or_pd(any, _mm256_andnot_pd(lt, le));
+        }
+        const int mask = _mm256_movemask_pd(any);
+        const __m256i perm =
+            _mm256_load_si256(reinterpret_cast<const __m256i*>(kCompress.idx[mask]));
+        _mm256_storeu_pd(cand + nc, _mm256_castsi256_pd(
+                                        _mm256_permutevar8x32_epi32(_mm256_castpd_si256(x), perm)));
+        nc += static_cast<std::size_t>(__builtin_popcount(static_cast<unsigned>(mask)));
+    }
+    for (unsigned j = 0; j < NW; ++j) {
+        alignas(32) std::uint64_t lanes[4];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), under[j]);
+        std::uint64_t u = lanes[0] + lanes[1] + lanes[2] + lanes[3];
+        for (std::size_t t = i; t < n; ++t)
+            u += v[t] < w.loValue[j];
+        tally.under[j] += u;
+    }
+    for (; i < n; ++i) {
+        bool in = false;
+        for (unsigned j = 0; j < NW; ++j)
+            in = in || (v[i] >= w.loValue[j] && v[i] <= w.hiValue[j]);
+        cand[nc] = v[i];
+        nc += in;
+    }
+    generic::addNegativeZeros(v, n, w, tally);
+    generic::distribute(cand, nc, w, floatKeys, out, counts);
+}
+
+void scan(const double* v, std::size_t n, const KeyWindows& w, bool floatKeys, WindowTally& tally,
+          std::uint64_t* const* out, std::size_t* counts) {
+    switch (w.count) {
+    case 0:
+        return;
+    case 1:
+        return scanN<1>(v, n, w, floatKeys, tally, out, counts);
+    case 2:
+        return scanN<2>(v, n, w, floatKeys, tally, out, counts);
+    case 3:
+        return scanN<3>(v, n, w, floatKeys, tally, out, counts);
+    case 4:
+        return scanN<4>(v, n, w, floatKeys, tally, out, counts);
+    case 5:
+        return scanN<5>(v, n, w, floatKeys, tally, out, counts);
+    case 6:
+        return scanN<6>(v, n, w, floatKeys, tally, out, counts);
+    case 7:
+        return scanN<7>(v, n, w, floatKeys, tally, out, counts);
+    default:
+        return scanN<kMaxWindows>(v, n, w, floatKeys, tally, out, counts);
+    }
+}
+
+} // namespace
+
+// The AVX-512 build shares this scan.
+Ops::Scan avx2Scan() {
+    return scan;
+}
+
+const Ops& table() {
+    static const Ops t = [] {
+        Ops o = generic::table();
+        o.scan = scan;
+        return o;
+    }();
+    return t;
+}
+
 } // namespace arraylens::kernels::avx2

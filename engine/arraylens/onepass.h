@@ -28,14 +28,56 @@ struct GuessedWindows {
     }
 };
 
-// Where a sample of m keys puts quantile p: the sample's keys at p give or
-// take 4.5 standard errors of a sample quantile's rank, and a few ranks more
-// for small samples. One element per stratum only narrows the spread.
+// The sample as the windows are chosen from it: its keys in order, and each
+// run's keys on their own.
+struct SampleKeys {
+    std::vector<std::uint64_t> sorted;
+    // Run r's keys are runKeys[r * kSampleRun, r * kSampleRun + runSize[r]).
+    std::vector<std::uint64_t> runKeys;
+    std::vector<unsigned char> runSize;
+};
+
+// The standard error of the share of elements at or below `key` as the
+// sample's runs estimate it: from how much that share varies between runs,
+// so that runs of alike neighbours count for little more than one element
+// each, and never less than for as many independent elements.
+inline double shareError(const SampleKeys& s, std::uint64_t key, double p) {
+    const double m = static_cast<double>(s.sorted.size());
+    const double independent = std::sqrt(p * (1 - p) / m);
+    // The share the whole sample has; ties can make it differ from p.
+    const double share =
+        static_cast<double>(std::upper_bound(s.sorted.begin(), s.sorted.end(), key) -
+                            s.sorted.begin()) /
+        m;
+    std::size_t used = 0;
+    double sq = 0;
+    for (std::size_t r = 0; r < s.runSize.size(); ++r) {
+        const std::size_t size = s.runSize[r];
+        if (size == 0)
+            continue;
+        ++used;
+        const std::uint64_t* run = s.runKeys.data() + r * kSampleRun;
+        std::size_t below = 0;
+        for (std::size_t k = 0; k < size; ++k)
+            below += run[k] <= key;
+        const double d = static_cast<double>(below) - share * static_cast<double>(size);
+        sq += d * d;
+    }
+    if (used < 2)
+        return independent;
+    const double u = static_cast<double>(used);
+    const double ratio = std::sqrt(sq * u / (u - 1)) / m;
+    return std::max(independent, ratio);
+}
+
+// Where the sample puts quantile p: its keys at p give or take 4.5 standard
+// errors of the share below, and a few ranks more for small samples.
 template <Repr R>
-void quantileWindow(const std::vector<std::uint64_t>& sorted, double p, std::uint64_t& lo,
-                    std::uint64_t& hi) {
+void quantileWindow(const SampleKeys& s, double p, std::uint64_t& lo, std::uint64_t& hi) {
+    const std::vector<std::uint64_t>& sorted = s.sorted;
     const double m = static_cast<double>(sorted.size());
-    const double margin = 4.5 * std::sqrt(p * (1 - p) / m) + 3.0 / m;
+    const std::uint64_t at = sorted[static_cast<std::size_t>(p * (m - 1))];
+    const double margin = 4.5 * shareError(s, at, p) + 3.0 / m;
     const double a = (p - margin) * (m - 1), b = (p + margin) * (m - 1);
     lo = a <= 0 ? finiteKeyMin<R>() : sorted[static_cast<std::size_t>(std::floor(a))];
     hi = b >= m - 1 ? finiteKeyMax<R>() : sorted[static_cast<std::size_t>(std::ceil(b))];
@@ -63,10 +105,12 @@ bool fenceWindow(bool low, double q1lo, double q1hi, double q3lo, double q3hi, s
     return true;
 }
 
-// The windows together hold about 16 / sqrt(sample size) of the data, with
-// room for the sample's error (and a little more on small samples), while their budget stays fixed:
-// a large array gets a larger sample, up to 2^20 elements (about as dear as a pass over 250
-// million), so that its windows still fit.
+// The number of runs in the sample. Even when the elements of a run are
+// all alike, the windows together hold about 16 / sqrt(runs) of the data,
+// with room for the sample's error (and a little more on small samples),
+// while their budget stays fixed: a large array gets more runs, up to 2^20
+// (about as dear as a pass over 250 million elements), so that its windows
+// still fit.
 inline std::size_t sampleSizeFor(std::uint64_t elements, const StatisticsOptions& options) {
     const double budget = static_cast<double>(std::max<std::size_t>(options.windowBytes / 8, 16));
     const double root = 20.0 * static_cast<double>(elements) / budget;
@@ -81,13 +125,17 @@ template <Repr R>
 bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, GuessedWindows& g) {
     using T = ReprTraits<R>;
     const std::vector<std::uint64_t> positions = stratifiedPositions(
-        ctx.plan.elementCount(), sampleSizeFor(ctx.plan.elementCount(), options));
+        ctx.plan.elementCount(), sampleSizeFor(ctx.plan.elementCount(), options), kSampleRun);
     std::vector<unsigned char> bytes;
     if (!readPositions(*ctx.layout, ctx.reader, positions, ctx.threads, bytes))
         return false; // the pass itself says what could not be read
     const std::size_t esize = ctx.plan.elementSize();
-    std::vector<std::uint64_t> sorted;
+    SampleKeys sample;
+    std::vector<std::uint64_t>& sorted = sample.sorted;
     sorted.reserve(positions.size());
+    const std::size_t runs = (positions.size() + kSampleRun - 1) / kSampleRun;
+    sample.runKeys.resize(runs * kSampleRun);
+    sample.runSize.assign(runs, 0);
     unsigned char pass[Filter::kBlock];
     for (std::size_t k0 = 0; k0 < positions.size(); k0 += Filter::kBlock) {
         const std::size_t m = std::min(Filter::kBlock, positions.size() - k0);
@@ -96,15 +144,18 @@ bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, Gues
             ctx.filter.matchBlock<R>(p, static_cast<std::ptrdiff_t>(esize), m, pass);
         for (std::size_t k = 0; k < m; ++k, p += esize) {
             std::uint64_t key;
-            if ((ctx.filter.empty() || pass[k]) && finiteKey<R>(p, key))
+            if ((ctx.filter.empty() || pass[k]) && finiteKey<R>(p, key)) {
                 sorted.push_back(key);
+                const std::size_t r = (k0 + k) / kSampleRun;
+                sample.runKeys[r * kSampleRun + sample.runSize[r]++] = key;
+            }
         }
     }
     // The margins widen by themselves for small samples; below this few the
     // windows would cover most of the data anyway.
     if (sorted.size() < 64)
         return false;
-    std::sort(sorted.begin(), sorted.end());
+    sortKeys(sorted);
     const double m = static_cast<double>(sorted.size());
     const double expectedFinite =
         static_cast<double>(ctx.plan.elementCount()) * m / static_cast<double>(positions.size());
@@ -122,6 +173,9 @@ bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, Gues
         const int at = static_cast<int>(w.count++);
         w.lo[at] = lo;
         w.span[at] = hi - lo;
+        w.loValue[at] = static_cast<double>(T::fromKey(lo));
+        w.hiValue[at] = static_cast<double>(T::fromKey(hi));
+        w.loPlusZero[at] = lo == T::key(0.0);
         // A window of one key needs only its counts, not its keys.
         g.cap[at] = lo == hi ? 0 : expectedIn(lo, hi);
         used += g.cap[at];
@@ -130,7 +184,7 @@ bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, Gues
     const double ps[3] = {0.25, 0.5, 0.75};
     std::uint64_t qlo[3], qhi[3];
     for (int i = 0; i < 3; ++i) {
-        quantileWindow<R>(sorted, ps[i], qlo[i], qhi[i]);
+        quantileWindow<R>(sample, ps[i], qlo[i], qhi[i]);
         g.quartile[i] = add(qlo[i], qhi[i]);
     }
     if (used > budget)
@@ -170,7 +224,6 @@ template <Repr R> struct alignas(64) OnePassState {
     Native native[kernels::kBlock];
     std::size_t nn = 0;
     double values[kernels::kBlock];
-    std::uint64_t keys[kernels::kBlock];
     explicit OnePassState(unsigned windows) {
         for (unsigned j = 0; j < windows; ++j) {
             local[j].reset(new std::uint64_t[kFlushAt + kernels::kBlock]);
@@ -261,11 +314,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         sums.moments.merge(static_cast<double>(nf), fm.sum / static_cast<double>(nf), fm.m2);
         st.extremes.add(fm.min, fm.max);
         st.finite += nf;
-        if constexpr (R == Repr::F64)
-            ops.keysF64(st.values, nf, st.keys);
-        else
-            ops.keysF32(st.values, nf, st.keys);
-        ops.scan(st.keys, nf, win, st.tally, st.localAt, st.got);
+        ops.scan(st.values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
         for (unsigned j = 0; j < nw; ++j) {
             st.in[j] += st.got[j];
             // A window of one key is known by its counts alone.
@@ -289,6 +338,10 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             const bool direct = filter.empty() && view.runs.size() == 1 &&
                                 view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
                                 esize == vbytes;
+            // The tile's own bytes are the checksum's: hashed at once, while
+            // they are in the cache.
+            if (direct && !hash.addInTurn(tile, view.runs[0].first, view.runs[0].count * esize))
+                return Error{ErrorCode::Unreadable, "abandoned"};
             st.packed = 0;
             st.nn = 0;
             std::uint64_t position = view.firstIndex;
@@ -336,9 +389,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
                 block(st, sums, st.native, st.nn);
                 st.nn = 0;
             }
-            const bool ok = direct ? hash.add(tile, view.runs[0].first, view.runs[0].count * esize)
-                                   : hash.add(tile, st.pack.data(), st.packed);
-            if (!ok)
+            if (!direct && !hash.add(tile, st.pack.data(), st.packed))
                 return Error{ErrorCode::Unreadable, "abandoned"};
             return Status::Ok();
         },

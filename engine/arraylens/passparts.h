@@ -127,8 +127,11 @@ inline void loadVerdicts(const std::atomic<std::uint64_t>* words, std::uint64_t 
 }
 
 // XXH3 of the tiles' bytes in tile order, whatever order the threads
-// finish them in. A tile that comes early is copied aside until its turn,
-// so no thread waits for another unless many tiles are already waiting.
+// finish them in. With add(), a tile that comes early is copied aside until
+// its turn, so no thread waits for another unless many tiles are already
+// waiting. addInTurn() waits for the turn instead: a tile whose bytes are
+// hashed as they are, straight after its read, waits only for the read of
+// the tile before it, and is hashed while still in the core's cache.
 class OrderedHasher {
 public:
     explicit OrderedHasher(const TileTurns& stop) : stop_(stop) {
@@ -157,28 +160,54 @@ public:
             pending_.emplace(tile, std::move(copy));
             return true;
         }
-        if (size)
-            XXH3_64bits_update(state_, bytes, size);
-        ++next_;
-        for (auto it = pending_.find(next_); it != pending_.end(); it = pending_.find(next_)) {
-            if (!it->second.empty())
-                XXH3_64bits_update(state_, it->second.data(), it->second.size());
-            spare_.push_back(std::move(it->second));
-            pending_.erase(it);
-            ++next_;
+        hashInTurn(bytes, size);
+        return true;
+    }
+
+    // False when the pass was abandoned while this tile waited. Every tile
+    // before this one must be on its way to add() or addInTurn() without
+    // waiting for a later one.
+    bool addInTurn(std::uint64_t tile, const unsigned char* bytes, std::size_t size) {
+        // The tile before is usually a read away: a short spin first.
+        for (int spins = 0; next_.load(std::memory_order_acquire) != tile && spins < 2000; ++spins)
+            if (stop_.abandoned())
+                return false;
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (next_.load(std::memory_order_relaxed) != tile) {
+            if (stop_.abandoned())
+                return false;
+            ready_.wait_for(lock, std::chrono::milliseconds(1));
         }
-        ready_.notify_all();
+        hashInTurn(bytes, size);
         return true;
     }
     std::uint64_t digest() const { return XXH3_64bits_digest(state_); }
 
 private:
+    // With the lock held and the turn this tile's: hashes it and whatever
+    // waited for it.
+    void hashInTurn(const unsigned char* bytes, std::size_t size) {
+        if (size)
+            XXH3_64bits_update(state_, bytes, size);
+        std::uint64_t next = next_.load(std::memory_order_relaxed) + 1;
+        for (auto it = pending_.find(next); it != pending_.end(); it = pending_.find(next)) {
+            if (!it->second.empty())
+                XXH3_64bits_update(state_, it->second.data(), it->second.size());
+            spare_.push_back(std::move(it->second));
+            pending_.erase(it);
+            ++next;
+        }
+        next_.store(next, std::memory_order_release);
+        ready_.notify_all();
+    }
+
     static constexpr std::size_t kMaxPending = 32;
     const TileTurns& stop_;
     XXH3_state_t* state_;
     std::mutex mutex_;
     std::condition_variable ready_;
-    std::uint64_t next_ = 0;
+    // Written only with the lock held; read without it by a spinning turn.
+    std::atomic<std::uint64_t> next_{0};
     std::map<std::uint64_t, std::vector<unsigned char>> pending_;
     std::vector<std::vector<unsigned char>> spare_;
 };

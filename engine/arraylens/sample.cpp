@@ -19,24 +19,65 @@ std::uint64_t mix(std::uint64_t x) {
 
 } // namespace
 
-std::vector<std::uint64_t> stratifiedPositions(std::uint64_t total, std::size_t count) {
+std::vector<std::uint64_t> stratifiedPositions(std::uint64_t total, std::size_t count,
+                                               std::size_t run) {
     std::vector<std::uint64_t> out;
-    if (total == 0 || count == 0)
+    if (total == 0 || count == 0 || run == 0)
         return out;
-    if (count >= total) {
+    if (static_cast<unsigned __int128>(count) * run >= total) {
         out.resize(static_cast<std::size_t>(total));
         for (std::uint64_t i = 0; i < total; ++i)
             out[static_cast<std::size_t>(i)] = i;
         return out;
     }
-    out.reserve(count);
+    out.reserve(count * run);
+    // Every stratum holds at least `run` positions, as total > count * run.
     const unsigned __int128 t = total;
     for (std::size_t i = 0; i < count; ++i) {
         const auto begin = static_cast<std::uint64_t>(t * i / count);
         const auto end = static_cast<std::uint64_t>(t * (i + 1) / count);
-        out.push_back(begin + mix(i) % (end - begin));
+        const std::uint64_t first = begin + mix(i) % (end - begin - run + 1);
+        for (std::size_t k = 0; k < run; ++k)
+            out.push_back(first + k);
     }
     return out;
+}
+
+void sortKeys(std::vector<std::uint64_t>& keys) {
+    const std::size_t n = keys.size();
+    if (n < 4096) {
+        std::sort(keys.begin(), keys.end());
+        return;
+    }
+    // Eight digits of eight bits, least significant first; a digit that is
+    // the same in every key is skipped.
+    constexpr unsigned kDigits = 8;
+    std::vector<std::size_t> counts(kDigits * 256, 0);
+    for (std::uint64_t k : keys)
+        for (unsigned d = 0; d < kDigits; ++d)
+            ++counts[d * 256 + ((k >> (8 * d)) & 0xff)];
+    std::vector<std::uint64_t> other(n);
+    std::uint64_t* from = keys.data();
+    std::uint64_t* to = other.data();
+    for (unsigned d = 0; d < kDigits; ++d) {
+        std::size_t* c = counts.data() + d * 256;
+        if (*std::max_element(c, c + 256) == n)
+            continue;
+        std::size_t at = 0;
+        for (int b = 0; b < 256; ++b) {
+            const std::size_t here = c[b];
+            c[b] = at;
+            at += here;
+        }
+        const unsigned shift = 8 * d;
+        for (std::size_t i = 0; i < n; ++i) {
+            const std::uint64_t k = from[i];
+            to[c[(k >> shift) & 0xff]++] = k;
+        }
+        std::swap(from, to);
+    }
+    if (from != keys.data())
+        std::copy(from, from + n, keys.data());
 }
 
 std::uint64_t addressAt(const Layout& layout, std::uint64_t position) {
@@ -54,9 +95,21 @@ Status readPositions(const Layout& layout, Reader& reader,
                      std::vector<unsigned char>& out) {
     const std::size_t esize = layout.elementSize;
     out.resize(positions.size() * esize);
-    std::vector<Segment> segments(positions.size());
-    for (std::size_t i = 0; i < positions.size(); ++i)
-        segments[i] = Segment{addressAt(layout, positions[i]), esize, out.data() + i * esize};
+    std::vector<Segment> segments;
+    segments.reserve(positions.size());
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+        const std::uint64_t address = addressAt(layout, positions[i]);
+        unsigned char* dest = out.data() + i * esize;
+        if (!segments.empty()) {
+            Segment& last = segments.back();
+            if (last.address + last.size == address &&
+                static_cast<unsigned char*>(last.dest) + last.size == dest) {
+                last.size += esize;
+                continue;
+            }
+        }
+        segments.push_back(Segment{address, esize, dest});
+    }
     // Each piece costs the kernel a page walk of its own: both cores share
     // them.
     constexpr std::size_t kPerRead = 1024;

@@ -183,6 +183,10 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
             const bool direct = filter.empty() && view.runs.size() == 1 &&
                                 view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
                                 esize == vbytes;
+            // The tile's own bytes are the checksum's: hashed at once, while
+            // they are in the cache.
+            if (direct && !hash.addInTurn(tile, view.runs[0].first, view.runs[0].count * esize))
+                return Error{ErrorCode::Unreadable, "abandoned"};
             st.packed = 0;
             std::uint64_t position = view.firstIndex;
             for (const ElementRun& run : view.runs) {
@@ -218,9 +222,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                 }
             }
             st.flush();
-            const bool ok = direct ? hash.add(tile, view.runs[0].first, view.runs[0].count * esize)
-                                   : hash.add(tile, st.pack.data(), st.packed);
-            if (!ok)
+            if (!direct && !hash.add(tile, st.pack.data(), st.packed))
                 return Error{ErrorCode::Unreadable, "abandoned"};
             return Status::Ok();
         },

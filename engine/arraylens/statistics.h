@@ -75,7 +75,8 @@ struct StatisticsOptions : PassOptions {
     // key); more passes over the data when it is small.
     std::size_t selectionBytes = 24u << 20;
     // Floating-point arrays of at least `sampleFrom` elements, read where
-    // scattered reads are cheap, get `sampleSize` elements read first; the
+    // scattered reads are cheap, get `sampleSize` short runs of neighbouring
+    // elements read first (more for very large arrays); the
     // key windows they suggest around the quartiles and fences are gathered
     // (at most `windowBytes` of keys) in the one pass that computes the
     // rest. When a window misses, radix selection takes over. A sample costs

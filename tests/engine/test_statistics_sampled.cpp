@@ -5,6 +5,7 @@
 #include "arraylens/arraylens.h"
 #include "arraylens/element.h"
 #include "arraylens/kernels.h"
+#include "arraylens/onepass.h"
 #include "arraylens/sample.h"
 #include "arraylens/slice.h"
 
@@ -117,68 +118,81 @@ TEST(KernelBuilds, ClassifyAndMomentsAgreeWithPlainLoops) {
     }
 }
 
-TEST(KernelBuilds, KeysAndWindowScansAgreeWithPlainLoops) {
+// Windows over keys of the data itself, described by key and by value as
+// the statistics build them.
+template <class T> kernels::KeyWindows windowsOver(const std::vector<std::uint64_t>& sorted) {
+    const std::size_t m = sorted.size();
+    auto at = [&](double p) { return sorted[static_cast<std::size_t>(p * (m - 1))]; };
+    // One of a single key, one overlapping another, one that holds nothing,
+    // one over everything, and the three that meet zero: from +0, from -0,
+    // and up to -0.
+    const std::pair<std::uint64_t, std::uint64_t> ranges[] = {
+        {at(0.1), at(0.3)},      {at(0.5), at(0.5)},
+        {at(0.2), at(0.9)},      {1, 2},
+        {at(0), at(1)},          {T::key(0.0), at(0.95)},
+        {T::key(-0.0), at(0.7)}, {at(0.05), T::key(-0.0)}};
+    kernels::KeyWindows w;
+    for (auto r : ranges) {
+        if (r.first > r.second) // small data: the zero windows the other way round
+            std::swap(r.first, r.second);
+        const unsigned j = w.count++;
+        w.lo[j] = r.first;
+        w.span[j] = r.second - r.first;
+        w.loValue[j] = static_cast<double>(T::fromKey(r.first));
+        w.hiValue[j] = static_cast<double>(T::fromKey(r.second));
+        w.loPlusZero[j] = r.first == T::key(0.0);
+    }
+    return w;
+}
+
+TEST(KernelBuilds, WindowScansAgreeWithPlainLoopsOverKeys) {
     kernels::Build builds[3];
     const int nb = kernels::builds(builds);
-    std::mt19937_64 rng(99);
     for (std::size_t n : kLengths) {
-        std::vector<double> v = awkwardDoubles(n, 1000 + static_cast<unsigned>(n));
-        v.erase(std::remove_if(v.begin(), v.end(), [](double x) { return !std::isfinite(x); }),
-                v.end());
-        const std::size_t m = v.size();
-        if (m == 0)
-            continue;
-        std::vector<std::uint64_t> want(m), wantF(m);
-        for (std::size_t i = 0; i < m; ++i) {
-            want[i] = F64::key(v[i]);
-            wantF[i] = F32::key(static_cast<double>(static_cast<float>(v[i])));
-        }
-        // Windows around keys of the data itself, one of a single key, one
-        // overlapping another, and one that holds nothing.
-        kernels::KeyWindows w;
-        std::vector<std::uint64_t> sorted = want;
-        std::sort(sorted.begin(), sorted.end());
-        auto at = [&](double p) { return sorted[static_cast<std::size_t>(p * (m - 1))]; };
-        const std::pair<std::uint64_t, std::uint64_t> ranges[] = {
-            {at(0.1), at(0.3)}, {at(0.5), at(0.5)}, {at(0.2), at(0.9)}, {1, 2}, {at(0), at(1)}};
-        for (const auto& r : ranges) {
-            w.lo[w.count] = r.first;
-            w.span[w.count] = r.second - r.first;
-            ++w.count;
-        }
-        for (int b = 0; b < nb; ++b) {
-            SCOPED_TRACE(std::string(builds[b].name) + " n=" + std::to_string(n));
-            const kernels::Ops& ops = *builds[b].ops;
-            std::vector<std::uint64_t> keys(m), keysF(m);
-            ops.keysF64(v.data(), m, keys.data());
-            // Float keys are taken of values a float holds.
-            std::vector<double> vf(m);
+        for (bool floats : {false, true}) {
+            std::vector<double> v = awkwardDoubles(n, 1000 + static_cast<unsigned>(n));
+            v.erase(std::remove_if(v.begin(), v.end(), [](double x) { return !std::isfinite(x); }),
+                    v.end());
+            // Float elements reach the scan as the doubles they hold.
+            if (floats)
+                for (double& x : v)
+                    x = static_cast<double>(static_cast<float>(x));
+            const std::size_t m = v.size();
+            if (m == 0)
+                continue;
+            std::vector<std::uint64_t> want(m);
             for (std::size_t i = 0; i < m; ++i)
-                vf[i] = static_cast<double>(static_cast<float>(v[i]));
-            ops.keysF32(vf.data(), m, keysF.data());
-            EXPECT_EQ(keys, want);
-            EXPECT_EQ(keysF, wantF);
-
-            kernels::WindowTally tally;
-            tally.under[0] = 5; // a scan adds to what is there
-            std::vector<std::vector<std::uint64_t>> outs(w.count,
-                                                         std::vector<std::uint64_t>(m + 1));
-            std::uint64_t* ptrs[kernels::kMaxWindows];
-            for (unsigned j = 0; j < w.count; ++j)
-                ptrs[j] = outs[j].data();
-            std::size_t counts[kernels::kMaxWindows];
-            ops.scan(keys.data(), m, w, tally, ptrs, counts);
-            for (unsigned j = 0; j < w.count; ++j) {
-                std::uint64_t under = j == 0 ? 5 : 0;
-                std::vector<std::uint64_t> in;
-                for (std::uint64_t k : want) {
-                    under += k < w.lo[j];
-                    if (k >= w.lo[j] && k - w.lo[j] <= w.span[j])
-                        in.push_back(k);
+                want[i] = floats ? F32::key(v[i]) : F64::key(v[i]);
+            std::vector<std::uint64_t> sorted = want;
+            std::sort(sorted.begin(), sorted.end());
+            const kernels::KeyWindows w =
+                floats ? windowsOver<F32>(sorted) : windowsOver<F64>(sorted);
+            for (int b = 0; b < nb; ++b) {
+                SCOPED_TRACE(std::string(builds[b].name) + " n=" + std::to_string(n) +
+                             (floats ? " float" : " double"));
+                const kernels::Ops& ops = *builds[b].ops;
+                kernels::WindowTally tally;
+                tally.under[0] = 5; // a scan adds to what is there
+                std::vector<std::vector<std::uint64_t>> outs(w.count,
+                                                             std::vector<std::uint64_t>(m + 1));
+                std::uint64_t* ptrs[kernels::kMaxWindows];
+                for (unsigned j = 0; j < w.count; ++j)
+                    ptrs[j] = outs[j].data();
+                std::size_t counts[kernels::kMaxWindows];
+                ops.scan(v.data(), m, w, floats, tally, ptrs, counts);
+                for (unsigned j = 0; j < w.count; ++j) {
+                    std::uint64_t under = j == 0 ? 5 : 0;
+                    std::vector<std::uint64_t> in;
+                    for (std::uint64_t k : want) {
+                        under += k < w.lo[j];
+                        if (k >= w.lo[j] && k - w.lo[j] <= w.span[j])
+                            in.push_back(k);
+                    }
+                    EXPECT_EQ(tally.under[j], under) << "window " << j;
+                    ASSERT_EQ(counts[j], in.size()) << "window " << j;
+                    EXPECT_TRUE(std::equal(in.begin(), in.end(), outs[j].begin()))
+                        << "window " << j;
                 }
-                EXPECT_EQ(tally.under[j], under) << "window " << j;
-                ASSERT_EQ(counts[j], in.size()) << "window " << j;
-                EXPECT_TRUE(std::equal(in.begin(), in.end(), outs[j].begin())) << "window " << j;
             }
         }
     }
@@ -204,6 +218,74 @@ TEST(Sample, OnePositionInEachStratum) {
     for (std::uint64_t i = 0; i < 10; ++i)
         EXPECT_EQ(all[static_cast<std::size_t>(i)], i);
     EXPECT_TRUE(stratifiedPositions(0, 10).empty());
+}
+
+TEST(Sample, RunsOfNeighboursOneInEachStratum) {
+    const std::uint64_t total = 1000003;
+    const std::vector<std::uint64_t> p = stratifiedPositions(total, 4096, 8);
+    ASSERT_EQ(p.size(), 4096u * 8);
+    for (std::size_t i = 0; i < 4096; ++i) {
+        const std::uint64_t begin = total * i / 4096, end = total * (i + 1) / 4096;
+        EXPECT_GE(p[i * 8], begin);
+        EXPECT_LT(p[i * 8 + 7], end);
+        for (std::size_t k = 1; k < 8; ++k)
+            EXPECT_EQ(p[i * 8 + k], p[i * 8] + k);
+    }
+    // Too few positions for runs in strata: all of them.
+    const std::vector<std::uint64_t> all = stratifiedPositions(100, 20, 8);
+    ASSERT_EQ(all.size(), 100u);
+    EXPECT_EQ(all.back(), 99u);
+}
+
+TEST(Sample, KeysSortDigitByDigit) {
+    std::mt19937_64 rng(5);
+    for (std::size_t n : {std::size_t(10), std::size_t(5000), std::size_t(100000)}) {
+        std::vector<std::uint64_t> keys(n);
+        for (std::size_t i = 0; i < n; ++i)
+            // Wide keys, narrow ones with constant high digits, and ties.
+            keys[i] = i % 3 == 0   ? rng()
+                      : i % 3 == 1 ? (0x8000000000000000ULL | (rng() & 0xfffff))
+                                   : 42;
+        std::vector<std::uint64_t> want = keys;
+        std::sort(want.begin(), want.end());
+        sortKeys(keys);
+        EXPECT_EQ(keys, want) << n;
+    }
+}
+
+// Runs of a sample whose keys are alike inside each run, or independent.
+detail::SampleKeys sampleOfRuns(std::size_t runs, bool alike, unsigned seed) {
+    std::mt19937_64 rng(seed);
+    detail::SampleKeys s;
+    s.runKeys.resize(runs * kSampleRun);
+    s.runSize.assign(runs, static_cast<unsigned char>(kSampleRun));
+    for (std::size_t r = 0; r < runs; ++r) {
+        const std::uint64_t first = rng() >> 1;
+        for (std::size_t k = 0; k < kSampleRun; ++k)
+            s.runKeys[r * kSampleRun + k] = alike ? first : rng() >> 1;
+    }
+    s.sorted = s.runKeys;
+    std::sort(s.sorted.begin(), s.sorted.end());
+    return s;
+}
+
+TEST(Sample, RunsOfAlikeElementsCountForOneEach) {
+    const std::size_t runs = 4096;
+    const double m = static_cast<double>(runs * kSampleRun);
+    for (double p : {0.25, 0.5, 0.75}) {
+        SCOPED_TRACE(p);
+        const detail::SampleKeys independent = sampleOfRuns(runs, false, 1);
+        const std::uint64_t at1 = independent.sorted[static_cast<std::size_t>(p * (m - 1))];
+        const double e1 = detail::shareError(independent, at1, p);
+        EXPECT_NEAR(e1, std::sqrt(p * (1 - p) / m), 0.1 * std::sqrt(p * (1 - p) / m));
+        // Eight alike elements tell what one does: the error of as many
+        // elements as there are runs.
+        const detail::SampleKeys alike = sampleOfRuns(runs, true, 2);
+        const std::uint64_t at2 = alike.sorted[static_cast<std::size_t>(p * (m - 1))];
+        const double e2 = detail::shareError(alike, at2, p);
+        const double perRun = std::sqrt(p * (1 - p) / static_cast<double>(runs));
+        EXPECT_NEAR(e2, perRun, 0.1 * perRun);
+    }
 }
 
 TEST(Sample, AddressesAndReadsFollowTheResultOrder) {
@@ -358,6 +440,17 @@ TEST(OnePassStatistics, UniformDataTakesOnePass) {
     EXPECT_EQ(s.passes, 1u);
 }
 
+TEST(OnePassStatistics, SmoothDataWidensTheWindowsAndStillTakesOnePass) {
+    // A slow wave: the eight neighbours of each run are nearly equal.
+    std::vector<double> v(1 << 18);
+    for (std::size_t i = 0; i < v.size(); ++i)
+        v[i] = std::sin(static_cast<double>(i) * 3e-4) * 100 + static_cast<double>(i % 7) * 1e-3;
+    const Statistics s = expectMatches(v, sampledOptions());
+    EXPECT_TRUE(s.sampled);
+    EXPECT_TRUE(s.windowsHeld);
+    EXPECT_EQ(s.passes, 1u);
+}
+
 TEST(OnePassStatistics, FencesInsideTheDataComeFromTheirWindows) {
     // Normal data with a few far outliers: both fences fall among the
     // elements, so the adjacent values are not the extremes.
@@ -381,7 +474,7 @@ TEST(OnePassStatistics, AMisleadingSampleFallsBackToRadixSelection) {
     // its windows lie where no wanted rank is.
     std::vector<double> v = uniformWithZeros(1 << 18, 3);
     const StatisticsOptions o = sampledOptions();
-    for (std::uint64_t p : stratifiedPositions(v.size(), o.sampleSize))
+    for (std::uint64_t p : stratifiedPositions(v.size(), o.sampleSize, kSampleRun))
         v[static_cast<std::size_t>(p)] = 1e9 + static_cast<double>(p);
     const Statistics s = expectMatches(v, o);
     EXPECT_TRUE(s.sampled);
@@ -403,7 +496,7 @@ TEST(OnePassStatistics, AWindowFullerThanTheSampleSaidFallsBack) {
         if (x > 0.3 && x < 0.7)
             x = 0.5 + (x - 0.5) * 0.005;
     }
-    for (std::uint64_t p : stratifiedPositions(v.size(), o.sampleSize))
+    for (std::uint64_t p : stratifiedPositions(v.size(), o.sampleSize, kSampleRun))
         v[static_cast<std::size_t>(p)] = u(rng);
     const Statistics s = expectMatches(v, o);
     EXPECT_TRUE(s.sampled);
