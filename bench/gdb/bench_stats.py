@@ -63,7 +63,7 @@ def main():
         sys.exit(__doc__)
     build = os.path.abspath(sys.argv[1])
     count = int(sys.argv[2]) if len(sys.argv) > 2 else 1 << 27
-    runs = int(sys.argv[3]) if len(sys.argv) > 3 else 3
+    runs = int(sys.argv[3]) if len(sys.argv) > 3 else 5
     program = os.path.join(build, "bin", "example_bigarray")
     location = break_location(build, "bigarray.big")
     print("array: %d doubles (%.2f GiB), %d cores" % (count, count * 8 / 2**30, os.cpu_count()))
@@ -75,6 +75,7 @@ def main():
         print("arraylens-cli run %d: %.3f s from the stop (evaluate %.3f, request %.3f); "
               "whole run %.1f s" % (i + 1, seconds, stages["evaluate"], stages["request"], wall))
     best = min(ours)
+    median = sorted(ours)[len(ours) // 2]
 
     base, numpy_stats = run_numpy(program, location, count)
     print("gdb + numpy: %.3f s from the stop" % base)
@@ -93,11 +94,12 @@ def main():
         print("  %-14s arraylens %-24.17g numpy %-24.17g" % (ours_key, a, b))
     print("largest relative difference: %.3g" % worst)
 
-    ratio = base / best
-    print("ratio (gdb + numpy) / arraylens-cli: %.1fx (best of %d runs: %.3f s)" % (ratio, runs, best))
+    # The verdict takes the median run, not the luckiest one.
+    ratio = base / median
+    print("ratio (gdb + numpy) / arraylens-cli: %.1fx on the median of %d runs (%.3f s); "
+          "%.1fx on the best (%.3f s)" % (ratio, runs, median, base / best, best))
     print("target at least 30x: %s; target within 0.5 s: %s"
-          % ("met" if ratio >= 30 else "NOT met", "met" if best <= 0.5 else "NOT met"))
-
+          % ("met" if ratio >= 30 else "NOT met", "met" if median <= 0.5 else "NOT met"))
 
 if __name__ == "__main__":
     main()
