@@ -138,6 +138,23 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
         }
         b.clear();
     };
+    // A key inside the jobs' range goes to the first job that holds it:
+    // kept, or counted in its histogram.
+    auto toJob = [&](Local& l, std::uint64_t key) {
+        for (std::size_t j = 0; j < nj; ++j) {
+            const KeyJob& job = jobs[j];
+            if (key - job.lo > job.hi - job.lo)
+                continue;
+            if (job.collect) {
+                l.buffers[j].push_back(key);
+                if (l.buffers[j].size() >= 4096)
+                    flushBuffer(l, j);
+            } else {
+                ++l.hists[j][job.bin(key)];
+            }
+            return;
+        }
+    };
     const Filter& filter = ctx.filter;
     Status s = forEachTile(
         ctx.plan, ctx.reader, ctx.threads,
@@ -181,19 +198,7 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
                         if (!w.jobs || key - jobLo > w.jobSpan)
                             return;
                     }
-                    for (std::size_t j = 0; j < nj; ++j) {
-                        const KeyJob& job = jobs[j];
-                        if (key - job.lo > job.hi - job.lo)
-                            continue;
-                        if (job.collect) {
-                            l.buffers[j].push_back(key);
-                            if (l.buffers[j].size() >= 4096)
-                                flushBuffer(l, j);
-                        } else {
-                            ++l.hists[j][job.bin(key)];
-                        }
-                        break;
-                    }
+                    toJob(l, key);
                 };
                 const bool filtered = !filter.empty();
                 unsigned char pass[Filter::kBlock];
@@ -282,19 +287,7 @@ Status keyPass(const PassContext& ctx, const std::vector<KeyJob>& jobs, FenceQue
                     }
                     if (!anyJob || key - lo > span)
                         continue;
-                    for (std::size_t j = 0; j < nj; ++j) {
-                        const KeyJob& job = jobs[j];
-                        if (key - job.lo > job.hi - job.lo)
-                            continue;
-                        if (job.collect) {
-                            l.buffers[j].push_back(key);
-                            if (l.buffers[j].size() >= 4096)
-                                flushBuffer(l, j);
-                        } else {
-                            ++l.hists[j][job.bin(key)];
-                        }
-                        break;
-                    }
+                    toJob(l, key);
                 }
             }
             l.foundLow = foundLow;

@@ -230,15 +230,7 @@ template <Repr R> struct alignas(64) OnePassState {
             localAt[j] = local[j].get();
         }
     }
-    // The passing elements' bytes for the checksum, as in the first pass of
-    // radix selection.
-    std::vector<unsigned char> pack;
-    std::size_t packed = 0;
-    unsigned char* reservePackFor(std::size_t bytes) {
-        if (pack.size() < packed + bytes)
-            pack.resize(std::max(packed + bytes, 2 * pack.size()));
-        return pack.data() + packed;
-    }
+    PackBuffer pack;
 };
 
 // Sums and moments of one tile, merged in tile order afterwards so that the
@@ -335,14 +327,10 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         [&](int thread, std::uint64_t tile, const TileView& view) -> Status {
             OnePassState<R>& st = *states[static_cast<std::size_t>(thread)];
             TileSums& sums = tiles[static_cast<std::size_t>(tile)];
-            const bool direct = filter.empty() && view.runs.size() == 1 &&
-                                view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
-                                esize == vbytes;
-            // The tile's own bytes are the checksum's: hashed at once, while
-            // they are in the cache.
-            if (direct && !hash.addInTurn(tile, view.runs[0].first, view.runs[0].count * esize))
+            bool direct = false;
+            if (!hashWholeTile(hash, tile, view, esize, vbytes, !filter.empty(), direct))
                 return Error{ErrorCode::Unreadable, "abandoned"};
-            st.packed = 0;
+            st.pack.packed = 0;
             st.nn = 0;
             std::uint64_t position = view.firstIndex;
             for (const ElementRun& run : view.runs) {
@@ -354,42 +342,25 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
                     for (std::size_t k = 0; k < run.count; k += kernels::kBlock)
                         block(st, sums, v + k, std::min(kernels::kBlock, run.count - k));
                     if (!direct) {
-                        unsigned char* o = st.reservePackFor(run.count * vbytes);
-                        std::memcpy(o, p, run.count * vbytes);
-                        st.packed += run.count * vbytes;
+                        std::memcpy(st.pack.reserve(run.count * vbytes), p, run.count * vbytes);
+                        st.pack.packed += run.count * vbytes;
                     }
                     continue;
                 }
-                unsigned char pass[Filter::kBlock];
-                for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
-                    const std::size_t m = std::min(Filter::kBlock, run.count - k0);
-                    if (!filter.empty()) {
-                        filter.matchBlock<R>(p, run.step, m, pass);
-                        if (verdicts)
-                            storeVerdicts(verdicts.get(), position, pass, m);
-                    }
-                    position += m;
-                    unsigned char* const start = st.reservePackFor(m * vbytes);
-                    unsigned char* o = start;
-                    for (std::size_t k = 0; k < m; ++k, p += run.step) {
-                        if (!filter.empty() && !pass[k])
-                            continue;
-                        std::memcpy(&st.native[st.nn++], p, vbytes);
-                        std::memcpy(o, p, vbytes);
-                        o += vbytes;
-                        if (st.nn == kernels::kBlock) {
-                            block(st, sums, st.native, st.nn);
-                            st.nn = 0;
-                        }
-                    }
-                    st.packed += static_cast<std::size_t>(o - start);
-                }
+                takePassing<R>(filter, run, vbytes, verdicts.get(), position, st.pack,
+                               [&](const unsigned char* e) {
+                                   std::memcpy(&st.native[st.nn++], e, vbytes);
+                                   if (st.nn == kernels::kBlock) {
+                                       block(st, sums, st.native, st.nn);
+                                       st.nn = 0;
+                                   }
+                               });
             }
             if (st.nn) {
                 block(st, sums, st.native, st.nn);
                 st.nn = 0;
             }
-            if (!direct && !hash.add(tile, st.pack.data(), st.packed))
+            if (!direct && !hash.add(tile, st.pack.bytes.data(), st.pack.packed))
                 return Error{ErrorCode::Unreadable, "abandoned"};
             return Status::Ok();
         },

@@ -227,6 +227,60 @@ private:
     std::vector<std::vector<unsigned char>> spare_;
 };
 
+// The passing elements' bytes for the checksum: bytes[0, packed) of a
+// buffer that only grows, so that appending costs no clearing.
+struct PackBuffer {
+    std::vector<unsigned char> bytes;
+    std::size_t packed = 0;
+    unsigned char* reserve(std::size_t size) {
+        if (bytes.size() < packed + size)
+            bytes.resize(std::max(packed + size, 2 * bytes.size()));
+        return bytes.data() + packed;
+    }
+};
+
+// The elements of a run that pass the filter (all of them when it has
+// none), a block at a time: each goes to `take`, its value's bytes to the
+// checksum's pack, and the verdicts, when kept, to their bits from
+// `position` on, which moves past the run.
+template <Repr R, class Take>
+void takePassing(const Filter& filter, const ElementRun& run, std::size_t valueSize,
+                 std::atomic<std::uint64_t>* verdicts, std::uint64_t& position, PackBuffer& pack,
+                 Take take) {
+    const unsigned char* p = run.first;
+    unsigned char pass[Filter::kBlock];
+    for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
+        const std::size_t m = std::min(Filter::kBlock, run.count - k0);
+        filter.matchBlock<R>(p, run.step, m, pass);
+        if (verdicts)
+            storeVerdicts(verdicts, position, pass, m);
+        position += m;
+        unsigned char* const start = pack.reserve(m * valueSize);
+        unsigned char* out = start;
+        for (std::size_t k = 0; k < m; ++k, p += run.step) {
+            if (!pass[k])
+                continue;
+            take(p);
+            std::memcpy(out, p, valueSize);
+            out += valueSize;
+        }
+        pack.packed += static_cast<std::size_t>(out - start);
+    }
+}
+
+// A tile read as one run of whole elements, with no filter, is the
+// checksum's bytes as it stands: hashed at once, in its turn, while it is in
+// the cache. `whole` says whether it was such a tile; false from the call
+// when the pass was abandoned while it waited.
+inline bool hashWholeTile(OrderedHasher& hash, std::uint64_t tile, const TileView& view,
+                          std::size_t elementSize, std::size_t valueSize, bool filtered,
+                          bool& whole) {
+    whole = !filtered && view.runs.size() == 1 &&
+            view.runs[0].step == static_cast<std::ptrdiff_t>(elementSize) &&
+            elementSize == valueSize;
+    return !whole || hash.addInTurn(tile, view.runs[0].first, view.runs[0].count * elementSize);
+}
+
 // Order-preserving keys of thresholds: the smallest key whose value is not
 // below x, and the largest whose value is not above x.
 template <Repr R> std::uint64_t keyNotBelow(double x, bool& none) {

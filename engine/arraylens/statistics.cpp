@@ -58,15 +58,7 @@ template <Repr R> struct alignas(64) FirstPassState {
     V block[kernels::kBlock];
     double dblock[kernels::kBlock];
     std::size_t nb = 0;
-    // The passing elements' bytes for the checksum: packed[0, packed) of a
-    // buffer that only grows, so that appending costs no clearing.
-    std::vector<unsigned char> pack;
-    std::size_t packed = 0;
-    unsigned char* reservePack(std::size_t bytes) {
-        if (pack.size() < packed + bytes)
-            pack.resize(std::max(packed + bytes, 2 * pack.size()));
-        return pack.data() + packed;
-    }
+    PackBuffer pack;
     unsigned shift = 0;
 
     void spill() {
@@ -180,14 +172,10 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         ctx.plan, ctx.reader, ctx.threads,
         [&](int thread, std::uint64_t tile, const TileView& view) -> Status {
             FirstPassState<R>& st = *states[static_cast<std::size_t>(thread)];
-            const bool direct = filter.empty() && view.runs.size() == 1 &&
-                                view.runs[0].step == static_cast<std::ptrdiff_t>(esize) &&
-                                esize == vbytes;
-            // The tile's own bytes are the checksum's: hashed at once, while
-            // they are in the cache.
-            if (direct && !hash.addInTurn(tile, view.runs[0].first, view.runs[0].count * esize))
+            bool direct = false;
+            if (!hashWholeTile(hash, tile, view, esize, vbytes, !filter.empty(), direct))
                 return Error{ErrorCode::Unreadable, "abandoned"};
-            st.packed = 0;
+            st.pack.packed = 0;
             std::uint64_t position = view.firstIndex;
             for (const ElementRun& run : view.runs) {
                 const unsigned char* p = run.first;
@@ -195,34 +183,18 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                     for (std::size_t k = 0; k < run.count; ++k, p += esize)
                         firstPassElement<R>(st, p);
                     if (!direct) {
-                        unsigned char* out = st.reservePack(run.count * vbytes);
+                        unsigned char* out = st.pack.reserve(run.count * vbytes);
                         for (std::size_t k = 0; k < run.count; ++k, out += vbytes)
                             std::memcpy(out, run.first + k * esize, vbytes);
-                        st.packed += run.count * vbytes;
+                        st.pack.packed += run.count * vbytes;
                     }
                     continue;
                 }
-                unsigned char pass[Filter::kBlock];
-                for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
-                    const std::size_t m = std::min(Filter::kBlock, run.count - k0);
-                    filter.matchBlock<R>(p, run.step, m, pass);
-                    if (verdicts)
-                        storeVerdicts(verdicts.get(), position, pass, m);
-                    position += m;
-                    unsigned char* const start = st.reservePack(m * vbytes);
-                    unsigned char* out = start;
-                    for (std::size_t k = 0; k < m; ++k, p += run.step) {
-                        if (!pass[k])
-                            continue;
-                        firstPassElement<R>(st, p);
-                        std::memcpy(out, p, vbytes);
-                        out += vbytes;
-                    }
-                    st.packed += static_cast<std::size_t>(out - start);
-                }
+                takePassing<R>(filter, run, vbytes, verdicts.get(), position, st.pack,
+                               [&](const unsigned char* e) { firstPassElement<R>(st, e); });
             }
             st.flush();
-            if (!direct && !hash.add(tile, st.pack.data(), st.packed))
+            if (!direct && !hash.add(tile, st.pack.bytes.data(), st.pack.packed))
                 return Error{ErrorCode::Unreadable, "abandoned"};
             return Status::Ok();
         },
