@@ -32,10 +32,21 @@ struct GuessedWindows {
 // run's keys on their own.
 struct SampleKeys {
     std::vector<std::uint64_t> sorted;
-    // Run r's keys are runKeys[r * kSampleRun, r * kSampleRun + runSize[r]).
+    // Run r's keys are runKeys[r * runLength, r * runLength + runSize[r]).
+    std::size_t runLength = kSampleRun;
     std::vector<std::uint64_t> runKeys;
     std::vector<unsigned char> runSize;
 };
+
+// Elements in each run of the sample of this layout: kSampleRun where the
+// result's fastest dimension is contiguous in memory, one elsewhere.
+inline std::size_t sampleRunFor(const Layout& layout) {
+    if (layout.byteStrides.empty() ||
+        layout.byteStrides.back() != static_cast<std::int64_t>(layout.elementSize) ||
+        layout.extents.back() < static_cast<std::int64_t>(kSampleRun))
+        return 1;
+    return kSampleRun;
+}
 
 // The standard error of the share of elements at or below `key` as the
 // sample's runs estimate it: from how much that share varies between runs,
@@ -56,7 +67,7 @@ inline double shareError(const SampleKeys& s, std::uint64_t key, double p) {
         if (size == 0)
             continue;
         ++used;
-        const std::uint64_t* run = s.runKeys.data() + r * kSampleRun;
+        const std::uint64_t* run = s.runKeys.data() + r * s.runLength;
         std::size_t below = 0;
         for (std::size_t k = 0; k < size; ++k)
             below += run[k] <= key;
@@ -124,17 +135,22 @@ inline std::size_t sampleSizeFor(std::uint64_t elements, const StatisticsOptions
 template <Repr R>
 bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, GuessedWindows& g) {
     using T = ReprTraits<R>;
+    // Runs pay only where neighbours in the result are neighbours in memory
+    // too, and a run is one read; elsewhere each element would be a read.
+    const Layout& layout = *ctx.layout;
+    const std::size_t run = sampleRunFor(layout);
     const std::vector<std::uint64_t> positions = stratifiedPositions(
-        ctx.plan.elementCount(), sampleSizeFor(ctx.plan.elementCount(), options), kSampleRun);
+        ctx.plan.elementCount(), sampleSizeFor(ctx.plan.elementCount(), options), run);
     std::vector<unsigned char> bytes;
-    if (!readPositions(*ctx.layout, ctx.reader, positions, ctx.threads, bytes))
+    if (!readPositions(layout, ctx.reader, positions, ctx.threads, bytes))
         return false; // the pass itself says what could not be read
     const std::size_t esize = ctx.plan.elementSize();
     SampleKeys sample;
     std::vector<std::uint64_t>& sorted = sample.sorted;
     sorted.reserve(positions.size());
-    const std::size_t runs = (positions.size() + kSampleRun - 1) / kSampleRun;
-    sample.runKeys.resize(runs * kSampleRun);
+    const std::size_t runs = (positions.size() + run - 1) / run;
+    sample.runLength = run;
+    sample.runKeys.resize(runs * run);
     sample.runSize.assign(runs, 0);
     unsigned char pass[Filter::kBlock];
     for (std::size_t k0 = 0; k0 < positions.size(); k0 += Filter::kBlock) {
@@ -146,8 +162,8 @@ bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, Gues
             std::uint64_t key;
             if ((ctx.filter.empty() || pass[k]) && finiteKey<R>(p, key)) {
                 sorted.push_back(key);
-                const std::size_t r = (k0 + k) / kSampleRun;
-                sample.runKeys[r * kSampleRun + sample.runSize[r]++] = key;
+                const std::size_t r = (k0 + k) / run;
+                sample.runKeys[r * run + sample.runSize[r]++] = key;
             }
         }
     }

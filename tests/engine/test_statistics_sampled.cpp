@@ -237,6 +237,22 @@ TEST(Sample, RunsOfNeighboursOneInEachStratum) {
     EXPECT_EQ(all.back(), 99u);
 }
 
+TEST(Sample, RunsOnlyWhereNeighboursAreNeighboursInMemory) {
+    std::vector<double> data(64 * 50);
+    const ArrayDescriptor a = ArrayDescriptor::cArray(
+        ElementKind::Double, reinterpret_cast<std::uintptr_t>(data.data()), {64, 50});
+    auto runFor = [&](const char* slice) {
+        Result<Slice> s = parseSlice(slice, a);
+        EXPECT_TRUE(s.ok()) << s.message();
+        return s.ok() ? detail::sampleRunFor(layoutOf(a, s->dims)) : 0;
+    };
+    EXPECT_EQ(runFor(""), kSampleRun);
+    EXPECT_EQ(runFor("[2:9][:]"), kSampleRun);
+    EXPECT_EQ(runFor("[:][::2]"), 1u);     // every other element
+    EXPECT_EQ(runFor("[:][49:0:-1]"), 1u); // backwards in memory
+    EXPECT_EQ(runFor("[:][0:4]"), 1u);     // rows shorter than a run
+}
+
 TEST(Sample, KeysSortDigitByDigit) {
     std::mt19937_64 rng(5);
     for (std::size_t n : {std::size_t(10), std::size_t(5000), std::size_t(100000)}) {
