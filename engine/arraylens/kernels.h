@@ -49,10 +49,13 @@ struct WindowTally {
 };
 
 struct Ops {
-    // Classes of n doubles (floats); the finite ones, as doubles, go to
-    // `finite` and their number is returned. `finite` has room for n.
-    std::size_t (*classifyF64)(const double* v, std::size_t n, double* finite, ClassCounts& c);
-    std::size_t (*classifyF32)(const float* v, std::size_t n, double* finite, ClassCounts& c);
+    // Classes of n doubles (floats); the number of finite ones is returned
+    // and *finite points at them as doubles: at v itself when every double
+    // is finite, at `scratch`, which has room for n, otherwise.
+    std::size_t (*classifyF64)(const double* v, std::size_t n, double* scratch,
+                               const double** finite, ClassCounts& c);
+    std::size_t (*classifyF32)(const float* v, std::size_t n, double* scratch,
+                               const double** finite, ClassCounts& c);
     // Over n > 0 finite values.
     FiniteMoments (*moments)(const double* v, std::size_t n);
     // Tallies n finite values, at most kBlock, against the windows, and

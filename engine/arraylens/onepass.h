@@ -311,18 +311,19 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     auto block = [&](OnePassState<R>& st, TileSums& sums, const Native* v, std::size_t m) {
         st.count += m;
         std::size_t nf;
+        const double* values;
         if constexpr (R == Repr::F64)
-            nf = ops.classifyF64(v, m, st.values, st.classes);
+            nf = ops.classifyF64(v, m, st.values, &values, st.classes);
         else
-            nf = ops.classifyF32(v, m, st.values, st.classes);
+            nf = ops.classifyF32(v, m, st.values, &values, st.classes);
         if (nf == 0)
             return;
-        const kernels::FiniteMoments fm = ops.moments(st.values, nf);
+        const kernels::FiniteMoments fm = ops.moments(values, nf);
         sums.sum.add(fm.sum);
         sums.moments.merge(static_cast<double>(nf), fm.sum / static_cast<double>(nf), fm.m2);
         st.extremes.add(fm.min, fm.max);
         st.finite += nf;
-        ops.scan(st.values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
+        ops.scan(values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
         for (unsigned j = 0; j < nw; ++j) {
             st.in[j] += st.got[j];
             // A window of one key is known by its counts alone.

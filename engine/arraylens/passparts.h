@@ -239,32 +239,61 @@ struct PackBuffer {
     }
 };
 
+// Copies one element's value bytes; the usual sizes are copies of known
+// length, which cost no call.
+inline void copyValue(unsigned char* out, const unsigned char* p, std::size_t size) {
+    switch (size) {
+    case 1:
+        std::memcpy(out, p, 1);
+        break;
+    case 2:
+        std::memcpy(out, p, 2);
+        break;
+    case 4:
+        std::memcpy(out, p, 4);
+        break;
+    case 8:
+        std::memcpy(out, p, 8);
+        break;
+    default:
+        std::memcpy(out, p, size);
+        break;
+    }
+}
+
 // The elements of a run that pass the filter (all of them when it has
 // none), a block at a time: each goes to `take`, its value's bytes to the
 // checksum's pack, and the verdicts, when kept, to their bits from
-// `position` on, which moves past the run.
+// `position` on, which moves past the run. Whether an element passes is
+// often as good as random, so the passing ones' places are listed first,
+// with no branch, and only they are visited.
 template <Repr R, class Take>
 void takePassing(const Filter& filter, const ElementRun& run, std::size_t valueSize,
                  std::atomic<std::uint64_t>* verdicts, std::uint64_t& position, PackBuffer& pack,
                  Take take) {
+    static_assert(Filter::kBlock <= 65536, "places are 16-bit");
     const unsigned char* p = run.first;
     unsigned char pass[Filter::kBlock];
+    std::uint16_t places[Filter::kBlock];
     for (std::size_t k0 = 0; k0 < run.count; k0 += Filter::kBlock) {
         const std::size_t m = std::min(Filter::kBlock, run.count - k0);
         filter.matchBlock<R>(p, run.step, m, pass);
         if (verdicts)
             storeVerdicts(verdicts, position, pass, m);
         position += m;
-        unsigned char* const start = pack.reserve(m * valueSize);
-        unsigned char* out = start;
-        for (std::size_t k = 0; k < m; ++k, p += run.step) {
-            if (!pass[k])
-                continue;
-            take(p);
-            std::memcpy(out, p, valueSize);
-            out += valueSize;
+        std::size_t np = 0;
+        for (std::size_t k = 0; k < m; ++k) {
+            places[np] = static_cast<std::uint16_t>(k);
+            np += pass[k];
         }
-        pack.packed += static_cast<std::size_t>(out - start);
+        unsigned char* out = pack.reserve(np * valueSize);
+        for (std::size_t i = 0; i < np; ++i, out += valueSize) {
+            const unsigned char* e = p + static_cast<std::ptrdiff_t>(places[i]) * run.step;
+            take(e);
+            copyValue(out, e, valueSize);
+        }
+        pack.packed += np * valueSize;
+        p += static_cast<std::ptrdiff_t>(m) * run.step;
     }
 }
 
