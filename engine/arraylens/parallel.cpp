@@ -60,6 +60,8 @@ Status forEachTile(const TilePlan& plan, Reader& reader, int threads, const Tile
     std::atomic<bool> stop{false};
     std::mutex errorMutex;
     Status firstError;
+    std::uint64_t errorTile = 0;
+    bool readFailed = false;
     TileTurns localTurns;
     TileTurns& gate = turns ? *turns : localTurns;
     runOnThreads(threads, [&](int thread) {
@@ -75,12 +77,21 @@ Status forEachTile(const TilePlan& plan, Reader& reader, int threads, const Tile
                 s = cancelledError();
             if (s)
                 s = plan.read(reader, t, buf);
+            const bool read = s.ok();
             if (s)
                 s = fn(thread, t, buf.view);
             if (!s) {
                 std::lock_guard<std::mutex> lock(errorMutex);
-                if (firstError.ok())
+                // Threads read tiles out of order: of the reads that fail,
+                // the first in the array is the one to name, whichever
+                // thread got there first. A failure of fn after one that
+                // stopped the pass may just be its consequence.
+                const bool readError = !read;
+                if (firstError.ok() || (readError && (!readFailed || t < errorTile))) {
                     firstError = s;
+                    errorTile = t;
+                    readFailed = readFailed || readError;
+                }
                 stop.store(true);
                 gate.abandon();
                 return;

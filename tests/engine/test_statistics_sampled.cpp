@@ -632,4 +632,63 @@ TEST(OnePassStatistics, NoSampleWhereScatteredReadsAreDearOrTheBudgetTooSmall) {
     EXPECT_FALSE(d.sampled);
 }
 
+// Reads whole tiles up to a point of the array and fails beyond it; the
+// small reads of a sample all succeed. After `cancelAfter` tile reads it
+// raises the cancel flag instead, when one is given.
+class BrokenTileReader : public Reader {
+public:
+    BrokenTileReader(const void* data, std::size_t size, std::uint64_t failFrom)
+        : inner_(data, size), failFrom_(failFrom) {}
+    Status read(std::uint64_t address, void* dest, std::size_t size) override {
+        if (size > 1024) {
+            if (cancel_ && ++tiles_ >= cancelAfter_)
+                cancel_->store(true);
+            if (!cancel_ && address + size > failFrom_)
+                return unreadableAt(std::max(address, failFrom_));
+        }
+        return inner_.read(address, dest, size);
+    }
+    bool cheapScatteredReads() const override { return true; }
+    void cancelAfter(std::atomic<bool>* flag, int tiles) {
+        cancel_ = flag;
+        cancelAfter_ = tiles;
+    }
+
+private:
+    BufferReader inner_;
+    std::uint64_t failFrom_;
+    std::atomic<bool>* cancel_ = nullptr;
+    std::atomic<int> tiles_{0};
+    int cancelAfter_ = 0;
+};
+
+TEST(OnePassStatistics, AFailedReadOrACancelStopsEveryThreadWithItsReason) {
+    const std::vector<double> v = uniformWithZeros(1 << 18, 11);
+    const ArrayDescriptor a =
+        ArrayDescriptor::cArray(ElementKind::Double, reinterpret_cast<std::uintptr_t>(v.data()),
+                                {static_cast<std::int64_t>(v.size())});
+    const std::uint64_t middle = reinterpret_cast<std::uintptr_t>(v.data()) + v.size() * 4 + 100;
+    for (int threads : {1, 2, 4}) {
+        for (std::size_t sample : {std::size_t(4096), std::size_t(0)}) {
+            SCOPED_TRACE(std::to_string(threads) + " threads, sample " + std::to_string(sample));
+            StatisticsOptions o = sampledOptions();
+            o.threads = threads;
+            o.sampleSize = sample;
+            BrokenTileReader broken(v.data(), v.size() * 8, middle);
+            Result<Statistics> r = computeStatistics(a, broken, "", "", o);
+            ASSERT_FALSE(r.ok());
+            EXPECT_EQ(r.error().code, ErrorCode::Unreadable);
+            EXPECT_EQ(r.error().message, unreadableAt(middle).message);
+
+            std::atomic<bool> cancel{false};
+            o.cancel = &cancel;
+            BrokenTileReader cancelling(v.data(), v.size() * 8, middle);
+            cancelling.cancelAfter(&cancel, 5);
+            Result<Statistics> c = computeStatistics(a, cancelling, "", "", o);
+            ASSERT_FALSE(c.ok());
+            EXPECT_EQ(c.error().code, ErrorCode::Cancelled);
+        }
+    }
+}
+
 } // namespace
