@@ -75,14 +75,15 @@ struct StatisticsOptions : PassOptions {
     // key); more passes over the data when it is small.
     std::size_t selectionBytes = 24u << 20;
     // Floating-point arrays of at least `sampleFrom` elements, read where
-    // scattered reads are cheap, get `sampleSize` short runs of neighbouring
-    // elements read first (more for very large arrays); the
-    // key windows they suggest around the quartiles and fences are gathered
-    // (at most `windowBytes` of keys) in the one pass that computes the
-    // rest. When a window misses, radix selection takes over. A sample costs
-    // about as much as a pass over 16 million elements.
-    std::size_t sampleFrom = std::size_t(1) << 25;
-    std::size_t sampleSize = 32768;
+    // scattered reads are cheap, get a sample of short runs of neighbouring
+    // elements read first: at least `sampleSize` runs (none when it is 0),
+    // more as the array grows. The key windows they suggest around the
+    // quartiles and fences are gathered (at most `windowBytes` of keys) in
+    // the one pass that computes the rest. When a window misses, radix
+    // selection takes over. Below a hundred thousand elements or so both
+    // roads take a millisecond or two.
+    std::size_t sampleFrom = std::size_t(1) << 17;
+    std::size_t sampleSize = 256;
     std::size_t windowBytes = 128u << 20;
     static StatisticsOptions Defaults() { return StatisticsOptions{}; }
 };
