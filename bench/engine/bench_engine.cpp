@@ -1,7 +1,8 @@
 // Speed of the engine against the floor of the same machine in the same run:
 // statistics over 2^26 doubles against one plain pass that sums the same
 // memory, and the process reader against memcpy of the same bytes. Each
-// engine benchmark reports its time over the baseline's as "x_baseline".
+// engine benchmark reports its time over the baseline's as "x_baseline";
+// statistics of smaller arrays compare the two roads to the quartiles.
 #include "arraylens/arraylens.h"
 #include "arraylens/parallel.h"
 #include "arraylens/slice.h"
@@ -190,6 +191,48 @@ BENCHMARK_CAPTURE(BM_Statistics, whole, "", "")
 BENCHMARK_CAPTURE(BM_Statistics, filtered, "", "$value > -1 && $value != $nan")
     ->Arg(0)
     ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// Smaller arrays, the first 2^k of the same doubles: the sampled one-pass
+// road against radix selection alone, both in each iteration, each its best
+// time; "x_radix" is how many times faster the sampled road is.
+void BM_StatisticsBySize(benchmark::State& state) {
+    const std::vector<double>& d = data();
+    const std::size_t n = std::size_t(1) << state.range(0);
+    BufferReader reader(d.data(), n * sizeof(double));
+    const ArrayDescriptor a =
+        ArrayDescriptor::cArray(ElementKind::Double, reinterpret_cast<std::uintptr_t>(d.data()),
+                                {static_cast<std::int64_t>(n)});
+    double best[2] = {1e9, 1e9};
+    bool sampled = false;
+    for (auto _ : state) {
+        for (int road = 0; road < 2; ++road) {
+            StatisticsOptions o = StatisticsOptions::Defaults();
+            o.threads = 2;
+            if (road == 0)
+                o.sampleSize = 0;
+            const auto t0 = std::chrono::steady_clock::now();
+            Result<Statistics> s = computeStatistics(a, reader, "", "", o);
+            best[road] = std::min(best[road], seconds(std::chrono::steady_clock::now() - t0));
+            if (!s.ok()) {
+                state.SkipWithError(s.message().c_str());
+                return;
+            }
+            if (road == 1)
+                sampled = s->sampled;
+            benchmark::DoNotOptimize(s->median);
+        }
+    }
+    state.counters["radix_ms"] = best[0] * 1e3;
+    state.counters["sampled_ms"] = best[1] * 1e3;
+    state.counters["x_radix"] = best[0] / best[1];
+    state.counters["sampled"] = sampled ? 1 : 0;
+}
+BENCHMARK(BM_StatisticsBySize)
+    ->Arg(17)
+    ->Arg(20)
+    ->Arg(24)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
