@@ -1,9 +1,10 @@
 // The innermost loops of the statistics pass, over one block of elements
 // already in memory. Each loop does one simple thing over the whole block so
 // that the compiler turns it into vector instructions. The same source is
-// built for the baseline processor and, on x86-64, once more for AVX2; the
-// processor's own choice is made once. Both builds give the same results to
-// the bit: they add in the same order and neither fuses multiplies and adds.
+// built for the baseline processor and, on x86-64, once more for AVX2 and
+// for AVX-512; the processor's own choice is made once. All builds give the
+// same results to the bit: they add in the same order and none fuses
+// multiplies and adds.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +12,8 @@
 
 namespace arraylens::kernels {
 
-// Elements per block: the block, its keys and its flags stay in the core's
-// first-level cache.
+// Elements per block: the block, its finite values and the scan's
+// candidates stay in the core's first-level cache.
 constexpr std::size_t kBlock = 1024;
 
 // The most key windows one scan checks.
@@ -34,7 +35,7 @@ struct FiniteMoments {
 // for the many that fall outside every window. The two agree except at zero:
 // a window starting at the key of +0 also holds -0 by value, so the scan
 // counts the block's -0 below such a window itself (`loPlusZero`).
-struct KeyWindows {
+struct ScanWindows {
     unsigned count = 0;
     std::uint64_t lo[kMaxWindows] = {};
     std::uint64_t span[kMaxWindows] = {};
@@ -62,7 +63,7 @@ struct Ops {
     // writes the keys of those inside window j to out[j], which has room for
     // n, and their number to counts[j]. The keys are those of the values'
     // own type: a float's (`floatKeys`) has 32 bits.
-    using Scan = void (*)(const double* v, std::size_t n, const KeyWindows& w, bool floatKeys,
+    using Scan = void (*)(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys,
                           WindowTally& tally, std::uint64_t* const* out, std::size_t* counts);
     Scan scan;
 };

@@ -4,9 +4,11 @@
 // and stored, with no branch, for the exact look at their keys.
 #include "kernels.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
+#include <utility>
 
 namespace arraylens::kernels::avx2 {
 
@@ -39,7 +41,7 @@ const CompressTable kCompress;
 // The number of windows is a template argument so that their bounds and
 // counts stay in registers.
 template <unsigned NW>
-void scanN(const double* v, std::size_t n, const KeyWindows& w, bool floatKeys, WindowTally& tally,
+void scanN(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys, WindowTally& tally,
            std::uint64_t* const* out, std::size_t* counts) {
     __m256d lo[NW], hi[NW];
     __m256i under[NW];
@@ -88,28 +90,17 @@ void scanN(const double* v, std::size_t n, const KeyWindows& w, bool floatKeys, 
     generic::distribute(cand, nc, w, floatKeys, out, counts);
 }
 
-void scan(const double* v, std::size_t n, const KeyWindows& w, bool floatKeys, WindowTally& tally,
+// scanN<1> .. scanN<kMaxWindows>, by the number of windows less one.
+template <std::size_t... I>
+constexpr std::array<Ops::Scan, sizeof...(I)> scansByCount(std::index_sequence<I...>) {
+    return {{&scanN<I + 1>...}};
+}
+constexpr auto kScans = scansByCount(std::make_index_sequence<kMaxWindows>());
+
+void scan(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys, WindowTally& tally,
           std::uint64_t* const* out, std::size_t* counts) {
-    switch (w.count) {
-    case 0:
-        return;
-    case 1:
-        return scanN<1>(v, n, w, floatKeys, tally, out, counts);
-    case 2:
-        return scanN<2>(v, n, w, floatKeys, tally, out, counts);
-    case 3:
-        return scanN<3>(v, n, w, floatKeys, tally, out, counts);
-    case 4:
-        return scanN<4>(v, n, w, floatKeys, tally, out, counts);
-    case 5:
-        return scanN<5>(v, n, w, floatKeys, tally, out, counts);
-    case 6:
-        return scanN<6>(v, n, w, floatKeys, tally, out, counts);
-    case 7:
-        return scanN<7>(v, n, w, floatKeys, tally, out, counts);
-    default:
-        return scanN<kMaxWindows>(v, n, w, floatKeys, tally, out, counts);
-    }
+    if (w.count > 0)
+        kScans[w.count - 1](v, n, w, floatKeys, tally, out, counts);
 }
 
 } // namespace

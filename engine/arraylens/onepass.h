@@ -19,7 +19,7 @@ namespace arraylens::detail {
 // theirs. The pass counts the keys below each window and keeps those inside;
 // afterwards the counts tell whether each wanted rank did fall inside.
 struct GuessedWindows {
-    kernels::KeyWindows keys;
+    kernels::ScanWindows keys;
     int quartile[3] = {-1, -1, -1}; // the windows of the 0.25, 0.5, 0.75 quantiles
     int lowFence = -1, highFence = -1;
     std::size_t cap[kernels::kMaxWindows] = {};
@@ -27,6 +27,18 @@ struct GuessedWindows {
         return w >= 0 && key - keys.lo[w] <= keys.span[w];
     }
 };
+
+// Makes window `at` the keys [lo, hi], with the values the scan compares
+// in place of keys.
+template <Repr R>
+void setWindow(kernels::ScanWindows& w, unsigned at, std::uint64_t lo, std::uint64_t hi) {
+    using T = ReprTraits<R>;
+    w.lo[at] = lo;
+    w.span[at] = hi - lo;
+    w.loValue[at] = static_cast<double>(T::fromKey(lo));
+    w.hiValue[at] = static_cast<double>(T::fromKey(hi));
+    w.loPlusZero[at] = lo == T::key(0.0);
+}
 
 // The sample as the windows are chosen from it: its keys in order, and each
 // run's keys on their own.
@@ -188,14 +200,10 @@ bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, Gues
     };
     const std::size_t budget = std::max<std::size_t>(options.windowBytes / 8, 16);
     std::size_t used = 0;
-    kernels::KeyWindows& w = g.keys;
+    kernels::ScanWindows& w = g.keys;
     auto add = [&](std::uint64_t lo, std::uint64_t hi) {
         const int at = static_cast<int>(w.count++);
-        w.lo[at] = lo;
-        w.span[at] = hi - lo;
-        w.loValue[at] = static_cast<double>(T::fromKey(lo));
-        w.hiValue[at] = static_cast<double>(T::fromKey(hi));
-        w.loPlusZero[at] = lo == T::key(0.0);
+        setWindow<R>(w, static_cast<unsigned>(at), lo, hi);
         // A window of one key needs only its counts, not its keys.
         g.cap[at] = lo == hi ? 0 : expectedIn(lo, hi);
         used += g.cap[at];
@@ -253,13 +261,6 @@ template <Repr R> struct alignas(64) OnePassState {
     PackBuffer pack;
 };
 
-// Sums and moments of one tile, merged in tile order afterwards so that the
-// result does not depend on which thread took which tile.
-struct TileSums {
-    Neumaier sum;
-    Moments moments;
-};
-
 // The keys a window kept: filled by every thread at once.
 struct WindowStore {
     std::unique_ptr<std::uint64_t[]> keys;
@@ -283,7 +284,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     taken = true;
     out.sampled = true;
     const kernels::Ops& ops = kernels::ops();
-    const kernels::KeyWindows& win = g.keys;
+    const kernels::ScanWindows& win = g.keys;
     const unsigned nw = win.count;
     WindowStore stores[kernels::kMaxWindows];
     for (unsigned j = 0; j < nw; ++j) {
@@ -323,8 +324,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         if (nf == 0)
             return;
         const kernels::FiniteMoments fm = ops.moments(values, nf);
-        sums.sum.add(fm.sum);
-        sums.moments.merge(static_cast<double>(nf), fm.sum / static_cast<double>(nf), fm.m2);
+        sums.addBlock(static_cast<double>(nf), fm.sum, fm.m2);
         st.extremes.add(fm.min, fm.max);
         st.finite += nf;
         ops.scan(values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
@@ -349,8 +349,9 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             OnePassState<R>& st = *states[static_cast<std::size_t>(thread)];
             TileSums& sums = tiles[static_cast<std::size_t>(tile)];
             bool direct = false;
-            if (!hashWholeTile(hash, tile, view, esize, vbytes, !filter.empty(), direct))
-                return Error{ErrorCode::Unreadable, "abandoned"};
+            if (Status hs = hashWholeTile(hash, tile, view, esize, vbytes, !filter.empty(), direct);
+                !hs)
+                return hs;
             st.pack.packed = 0;
             st.nn = 0;
             std::uint64_t position = view.firstIndex;
@@ -381,9 +382,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
                 block(st, sums, st.native, st.nn);
                 st.nn = 0;
             }
-            if (!direct && !hash.add(tile, st.pack.bytes.data(), st.pack.packed))
-                return Error{ErrorCode::Unreadable, "abandoned"};
-            return Status::Ok();
+            return hashPackedTile(hash, tile, direct, st.pack);
         },
         &turns, ctx.cancel);
     const std::uint64_t checksum = hash.digest();
@@ -410,13 +409,9 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             all.in[j] += o.in[j];
         }
     }
-    Neumaier sum;
-    Moments moments;
-    for (const TileSums& t : tiles) {
-        sum.add(t.sum.sum);
-        sum.add(t.sum.c);
-        moments.merge(t.moments.n, t.moments.mean, t.moments.m2);
-    }
+    const TileSums merged = mergeTiles(tiles);
+    const Neumaier& sum = merged.sum;
+    const Moments& moments = merged.moments;
     tiles = std::vector<TileSums>();
 
     out.checksum = static_cast<std::int64_t>(checksum);

@@ -88,6 +88,28 @@ struct Neumaier {
     double value() const { return sum + c; }
 };
 
+// Sums and moments of one tile, merged in tile order afterwards so that the
+// result does not depend on which thread took which tile.
+struct TileSums {
+    Neumaier sum;
+    Moments moments;
+    void addBlock(double n, double blockSum, double m2) {
+        sum.add(blockSum);
+        moments.merge(n, blockSum / n, m2);
+    }
+};
+
+// All tiles' sums and moments, in tile order.
+inline TileSums mergeTiles(const std::vector<TileSums>& tiles) {
+    TileSums all;
+    for (const TileSums& t : tiles) {
+        all.sum.add(t.sum.sum);
+        all.sum.add(t.sum.c);
+        all.moments.merge(t.moments.n, t.moments.mean, t.moments.m2);
+    }
+    return all;
+}
+
 struct PassContext {
     const TilePlan& plan;
     Reader& reader;
@@ -132,12 +154,6 @@ inline void loadVerdicts(const std::atomic<std::uint64_t>* words, std::uint64_t 
     }
 }
 
-// XXH3 of the tiles' bytes in tile order, whatever order the threads
-// finish them in. With add(), a tile that comes early is copied aside until
-// its turn, so no thread waits for another unless many tiles are already
-// waiting. addInTurn() waits for the turn instead: a tile whose bytes are
-// hashed as they are, straight after its read, waits only for the read of
-// the tile before it, and is hashed while still in the core's cache.
 // Adds bytes to a running XXH3 hash with the fastest build there is.
 inline void hashBytes(XXH3_state_t* state, const void* bytes, std::size_t size) {
 #if defined(__x86_64__)
@@ -147,6 +163,19 @@ inline void hashBytes(XXH3_state_t* state, const void* bytes, std::size_t size) 
 #endif
 }
 
+// What a tile's work returns when the pass stopped while the tile waited
+// for its turn at the checksum; the failure that stopped it is the one
+// reported.
+inline Error stoppedWhileWaiting() {
+    return Error{ErrorCode::Unreadable, "The pass stopped while this tile waited for its turn."};
+}
+
+// XXH3 of the tiles' bytes in tile order, whatever order the threads
+// finish them in. With add(), a tile that comes early is copied aside until
+// its turn, so no thread waits for another unless many tiles are already
+// waiting. addInTurn() waits for the turn instead: a tile whose bytes are
+// hashed as they are, straight after its read, waits only for the read of
+// the tile before it, and is hashed while still in the core's cache.
 class OrderedHasher {
 public:
     explicit OrderedHasher(const TileTurns& stop) : stop_(stop) {
@@ -299,15 +328,24 @@ void takePassing(const Filter& filter, const ElementRun& run, std::size_t valueS
 
 // A tile read as one run of whole elements, with no filter, is the
 // checksum's bytes as it stands: hashed at once, in its turn, while it is in
-// the cache. `whole` says whether it was such a tile; false from the call
-// when the pass was abandoned while it waited.
-inline bool hashWholeTile(OrderedHasher& hash, std::uint64_t tile, const TileView& view,
-                          std::size_t elementSize, std::size_t valueSize, bool filtered,
-                          bool& whole) {
+// the cache. `whole` says whether it was such a tile.
+inline Status hashWholeTile(OrderedHasher& hash, std::uint64_t tile, const TileView& view,
+                            std::size_t elementSize, std::size_t valueSize, bool filtered,
+                            bool& whole) {
     whole = !filtered && view.runs.size() == 1 &&
             view.runs[0].step == static_cast<std::ptrdiff_t>(elementSize) &&
             elementSize == valueSize;
-    return !whole || hash.addInTurn(tile, view.runs[0].first, view.runs[0].count * elementSize);
+    if (whole && !hash.addInTurn(tile, view.runs[0].first, view.runs[0].count * elementSize))
+        return stoppedWhileWaiting();
+    return Status::Ok();
+}
+
+// Any other tile's checksum bytes are its passing elements, packed.
+inline Status hashPackedTile(OrderedHasher& hash, std::uint64_t tile, bool whole,
+                             const PackBuffer& pack) {
+    if (!whole && !hash.add(tile, pack.bytes.data(), pack.packed))
+        return stoppedWhileWaiting();
+    return Status::Ok();
 }
 
 // Order-preserving keys of thresholds: the smallest key whose value is not

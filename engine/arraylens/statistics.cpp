@@ -47,8 +47,9 @@ template <Repr R> struct alignas(64) FirstPassState {
     using V = typename T::Value;
     std::uint64_t count = 0, zero = 0, nan = 0, inf = 0, denorm = 0, finite = 0;
     __int128 isum = 0;
-    Neumaier fsum;
-    Moments moments;
+    // Floating-point sums and moments go to the tile being read, so that
+    // they are merged in tile order whatever the threads did.
+    TileSums* tile = nullptr;
     Extremes<V> extremes;
     // 32-bit bins take half the cache of 64-bit ones; they spill into the
     // 64-bit histogram long before they could overflow.
@@ -89,7 +90,6 @@ template <Repr R> struct alignas(64) FirstPassState {
         kernels::FiniteMoments fm;
         if constexpr (T::isFloat) {
             fm = kernels::ops().moments(block, n);
-            fsum.add(fm.sum);
         } else {
             __int128 s = 0;
             for (std::size_t i = 0; i < n; ++i)
@@ -99,7 +99,7 @@ template <Repr R> struct alignas(64) FirstPassState {
                 dblock[i] = static_cast<double>(block[i]);
             fm = kernels::ops().moments(dblock, n);
         }
-        moments.merge(static_cast<double>(n), fm.sum / static_cast<double>(n), fm.m2);
+        tile->addBlock(static_cast<double>(n), fm.sum, fm.m2);
         extremes.add(lo, hi);
         finite += n;
     }
@@ -165,6 +165,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     const std::uint64_t positions = ctx.plan.elementCount();
     if (!ctx.filter.empty() && positions <= (std::uint64_t(1) << 30))
         verdicts.reset(new std::atomic<std::uint64_t>[(positions + 63) / 64]());
+    std::vector<TileSums> tiles(static_cast<std::size_t>(ctx.plan.tileCount()));
     TileTurns turns; // only its abandoned flag: a failed read stops the hasher
     OrderedHasher hash(turns);
     const Filter& filter = ctx.filter;
@@ -172,9 +173,11 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         ctx.plan, ctx.reader, ctx.threads,
         [&](int thread, std::uint64_t tile, const TileView& view) -> Status {
             FirstPassState<R>& st = *states[static_cast<std::size_t>(thread)];
+            st.tile = &tiles[static_cast<std::size_t>(tile)];
             bool direct = false;
-            if (!hashWholeTile(hash, tile, view, esize, vbytes, !filter.empty(), direct))
-                return Error{ErrorCode::Unreadable, "abandoned"};
+            if (Status hs = hashWholeTile(hash, tile, view, esize, vbytes, !filter.empty(), direct);
+                !hs)
+                return hs;
             st.pack.packed = 0;
             std::uint64_t position = view.firstIndex;
             for (const ElementRun& run : view.runs) {
@@ -194,9 +197,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                                [&](const unsigned char* e) { firstPassElement<R>(st, e); });
             }
             st.flush();
-            if (!direct && !hash.add(tile, st.pack.bytes.data(), st.pack.packed))
-                return Error{ErrorCode::Unreadable, "abandoned"};
-            return Status::Ok();
+            return hashPackedTile(hash, tile, direct, st.pack);
         },
         &turns, ctx.cancel);
     const std::uint64_t checksum = hash.digest();
@@ -214,15 +215,14 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         all.inf += o.inf;
         all.denorm += o.denorm;
         all.isum += o.isum;
-        all.fsum.add(o.fsum.sum);
-        all.fsum.add(o.fsum.c);
-        all.moments.merge(o.moments.n, o.moments.mean, o.moments.m2);
         all.extremes.add(o.extremes);
         all.finite += o.finite;
         for (std::size_t b = 0; b < all.hist.size(); ++b)
             all.hist[b] += o.hist[b];
     }
     states.resize(1);
+    const TileSums sums = mergeTiles(tiles);
+    tiles = std::vector<TileSums>();
 
     out.checksum = static_cast<std::int64_t>(checksum);
     out.count = all.count;
@@ -240,8 +240,8 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     out.statValid |= 0x1ff8; // bits 3 to 12
 
     if constexpr (T::isFloat) {
-        out.sum = all.fsum.value();
-        out.mean = all.fsum.value() / static_cast<double>(n);
+        out.sum = sums.sum.value();
+        out.mean = sums.sum.value() / static_cast<double>(n);
     } else {
         const __int128 sum = all.isum;
         if constexpr (R == Repr::U64) {
@@ -260,7 +260,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     }
     out.min = typedNumber<R>(all.extremes.min);
     out.max = typedNumber<R>(all.extremes.max);
-    out.stdDev = std::sqrt(all.moments.m2 / all.moments.n);
+    out.stdDev = std::sqrt(sums.moments.m2 / sums.moments.n);
 
     PassContext later = ctx;
     later.verdicts = verdicts.get();

@@ -124,7 +124,8 @@ TEST(KernelBuilds, ClassifyAndMomentsAgreeWithPlainLoops) {
 
 // Windows over keys of the data itself, described by key and by value as
 // the statistics build them.
-template <class T> kernels::KeyWindows windowsOver(const std::vector<std::uint64_t>& sorted) {
+template <Repr R> kernels::ScanWindows windowsOver(const std::vector<std::uint64_t>& sorted) {
+    using T = ReprTraits<R>;
     const std::size_t m = sorted.size();
     auto at = [&](double p) { return sorted[static_cast<std::size_t>(p * (m - 1))]; };
     // One of a single key, one overlapping another, one that holds nothing,
@@ -135,16 +136,11 @@ template <class T> kernels::KeyWindows windowsOver(const std::vector<std::uint64
         {at(0.2), at(0.9)},      {1, 2},
         {at(0), at(1)},          {T::key(0.0), at(0.95)},
         {T::key(-0.0), at(0.7)}, {at(0.05), T::key(-0.0)}};
-    kernels::KeyWindows w;
+    kernels::ScanWindows w;
     for (auto r : ranges) {
         if (r.first > r.second) // small data: the zero windows the other way round
             std::swap(r.first, r.second);
-        const unsigned j = w.count++;
-        w.lo[j] = r.first;
-        w.span[j] = r.second - r.first;
-        w.loValue[j] = static_cast<double>(T::fromKey(r.first));
-        w.hiValue[j] = static_cast<double>(T::fromKey(r.second));
-        w.loPlusZero[j] = r.first == T::key(0.0);
+        detail::setWindow<R>(w, w.count++, r.first, r.second);
     }
     return w;
 }
@@ -169,8 +165,8 @@ TEST(KernelBuilds, WindowScansAgreeWithPlainLoopsOverKeys) {
                 want[i] = floats ? F32::key(v[i]) : F64::key(v[i]);
             std::vector<std::uint64_t> sorted = want;
             std::sort(sorted.begin(), sorted.end());
-            const kernels::KeyWindows w =
-                floats ? windowsOver<F32>(sorted) : windowsOver<F64>(sorted);
+            const kernels::ScanWindows w =
+                floats ? windowsOver<Repr::F32>(sorted) : windowsOver<Repr::F64>(sorted);
             for (int b = 0; b < nb; ++b) {
                 SCOPED_TRACE(std::string(builds[b].name) + " n=" + std::to_string(n) +
                              (floats ? " float" : " double"));
@@ -525,12 +521,12 @@ TEST(OnePassStatistics, AWindowFullerThanTheSampleSaidFallsBack) {
 }
 
 TEST(OnePassStatistics, ALargeArrayGetsALargerSample) {
-    // 256 elements would put the windows around most of the data, far more
-    // keys than 8 MiB hold: the sample grows with the array until they fit.
+    // The runs the array's size alone asks for would put far more keys in
+    // the windows than 2 MiB hold: the sample grows until they fit.
     const std::vector<double> v = uniformWithZeros(1 << 22, 9);
     StatisticsOptions o = sampledOptions();
     o.sampleSize = 256;
-    o.windowBytes = 8u << 20;
+    o.windowBytes = 2u << 20;
     o.tileBytes = 256 * 1024;
     const Statistics s = expectMatches(v, o);
     EXPECT_TRUE(s.sampled);
@@ -558,16 +554,26 @@ TEST(OnePassStatistics, FloatsAndAwkwardValues) {
 }
 
 TEST(OnePassStatistics, TheSameBitsWhateverTheThreads) {
+    // On either road: the sampled one and radix selection alone.
     const std::vector<double> v = uniformWithZeros(1 << 18, 5);
-    StatisticsOptions o = sampledOptions();
-    o.threads = 1;
-    const Statistics one = expectMatches(v, o);
-    for (int threads : {2, 3}) {
-        o.threads = threads;
-        const Statistics many = expectMatches(v, o);
-        EXPECT_EQ(std::get<double>(many.sum), std::get<double>(one.sum));
-        EXPECT_EQ(many.stdDev, one.stdDev);
-        EXPECT_EQ(many.mean, one.mean);
+    for (std::size_t sample : {std::size_t(4096), std::size_t(0)}) {
+        SCOPED_TRACE(sample);
+        StatisticsOptions o = sampledOptions();
+        o.sampleSize = sample;
+        o.threads = 1;
+        const Statistics one = expectMatches(v, o);
+        EXPECT_EQ(one.sampled, sample > 0);
+        for (int threads : {2, 3}) {
+            o.threads = threads;
+            // Several times: which thread takes which tile changes from run
+            // to run.
+            for (int run = 0; run < 4; ++run) {
+                const Statistics many = expectMatches(v, o);
+                EXPECT_EQ(std::get<double>(many.sum), std::get<double>(one.sum));
+                EXPECT_EQ(many.stdDev, one.stdDev);
+                EXPECT_EQ(many.mean, one.mean);
+            }
+        }
     }
 }
 
