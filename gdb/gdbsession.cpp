@@ -273,6 +273,7 @@ void GdbSession::handleLine(const QByteArray& line) {
         mi::parseLine(std::string_view(line.constData(), size_t(line.size())));
     switch (record.kind) {
     case mi::RecordKind::Result: {
+        answered_ = true;
         if (inFlight_ && record.token && *record.token == inFlight_->token_) {
             MiReplyPtr reply = std::move(inFlight_);
             inFlight_.reset();
@@ -292,10 +293,14 @@ void GdbSession::handleLine(const QByteArray& line) {
     }
     case mi::RecordKind::ConsoleStream:
         consoleBuffer_ += QString::fromStdString(record.text);
+        if (!answered_)
+            startupText_ += QString::fromStdString(record.text);
         emit streamText(QString::fromStdString(record.text));
         break;
     case mi::RecordKind::LogStream:
     case mi::RecordKind::TargetStream:
+        if (!answered_)
+            startupText_ += QString::fromStdString(record.text);
         emit streamText(QString::fromStdString(record.text));
         break;
     case mi::RecordKind::ExecAsync:

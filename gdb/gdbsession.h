@@ -136,6 +136,9 @@ public:
     void setKillDebuggeeWithGdb(bool kill) { killDebuggee_ = kill; }
     // The pty the debuggee writes to (empty without one).
     QString inferiorTerminalPath() const { return ptyPath_; }
+    // What gdb said on its own before it answered the first command: why it
+    // could not load the program, for one. Read on the session's thread.
+    QString startupText() const { return startupText_; }
 
 signals:
     // Every asynchronous record (*stopped, =thread-group-exited, ...).
@@ -166,6 +169,8 @@ private:
     std::deque<MiReplyPtr> queue_;
     MiReplyPtr inFlight_;
     QString consoleBuffer_;
+    QString startupText_;
+    bool answered_ = false;
     std::atomic<quint64> nextToken_{1};
     std::atomic<bool> alive_{false};
     std::atomic<TargetState> targetState_{TargetState::None};
