@@ -25,8 +25,14 @@ QString usage() {
     return QStringLiteral(
         "usage: arraylens-cli {info|stats|table|plot} --expr E [--slice S] [--filter F]\n"
         "         [--format N] [--row-dim N --col-dim N] [--rows a:b --cols c:d]\n"
-        "         [--break LOCATION]... [--attach PID | --core FILE | --remote HOST:PORT]\n"
-        "         [--gdb PATH] [--timings] [-- program args]\n");
+        "         [--break 'LOCATION [if CONDITION]']... [--ignore N]\n"
+        "         [--attach PID | --core FILE | --remote HOST:PORT]\n"
+        "         [--gdb PATH] [--timings] [-- program args]\n"
+        "\n"
+        "  --break       stop at LOCATION (function or file:line; default main), only\n"
+        "                where CONDITION, an expression of the program's language, holds\n"
+        "  --ignore N    pass the first N hits of each breakpoint, stop at the next\n"
+        "  --help        this text\n");
 }
 
 bool parseArguments(const QStringList& args, Options& o, QString& error) {
@@ -91,6 +97,8 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
             ok = parseRange(v, o.startCol, o.endCol);
         } else if (a == QLatin1String("--break")) {
             o.breaks << v;
+        } else if (a == QLatin1String("--ignore")) {
+            ok = parseInt(v, o.ignore) && o.ignore >= 0;
         } else if (a == QLatin1String("--attach")) {
             o.attachPid = v.toLongLong(&ok);
             ok = ok && o.attachPid > 0;
