@@ -307,6 +307,24 @@ TEST(EndToEnd, ConditionalStopsAndTheFirstStopOfANewRun) {
     EXPECT_NE(rig.statistics().value("Sum"), sumAt160);
 }
 
+TEST(EndToEnd, AMissingProgramIsSaidToBeMissing) {
+    ShellRig rig;
+    shell::Options o;
+    o.program = QStringLiteral("/no/such/dir/program");
+    o.pluginPath = QStringLiteral(ARRAYLENS_MODULE_PATH);
+    rig.window = std::make_unique<shell::DebuggerWindow>(o);
+    rig.window->show();
+    QString error;
+    ASSERT_TRUE(rig.window->start(&error)) << qPrintable(error);
+    const QString words = "The program /no/such/dir/program was not found (No such file or "
+                          "directory).";
+    EXPECT_TRUE(waitFor([&] { return rig.window->statusText() == words; }, 10000))
+        << qPrintable(rig.window->statusText());
+    // The run that gdb then refuses does not put its own words over it.
+    waitFor([] { return false; }, 500);
+    EXPECT_EQ(rig.window->statusText(), words);
+}
+
 TEST(EndToEnd, HeapPointerCastInTheConfigurationDialog) {
     ShellRig rig;
     ASSERT_TRUE(rig.startAt("example_heat", "heat.heat"));
