@@ -15,12 +15,14 @@ Cases (all by default, or those named with --cases):
           --engine-filter selects (1 GiB of int64 against 1 GiB of doubles;
           by default every case that names int64, and the whole-array
           statistics of doubles).
+  eval    the resolution time of a Fortran component, by bench_eval.py
+          beside this script when it is there.
 
 Every ratio compares medians of RUNS runs, except gdb + numpy, which takes
 15 s and more per run and is run once. The numbers of the two sides are
 compared too: a ratio over different answers means nothing.
 
-Usage: bench_stats.py BUILD_DIR [COUNT] [RUNS] [--cases live,core,engine]
+Usage: bench_stats.py BUILD_DIR [COUNT] [RUNS] [--cases live,core,engine,eval]
                       [--engine-filter REGEX] [--core-dir DIR]
 """
 import argparse
@@ -216,12 +218,27 @@ def case_engine(build, pattern):
         sys.exit("bench_engine failed: %s" % p.stderr)
 
 
+def case_eval(build):
+    """The time to resolve a Fortran component, as bench_eval.py (the
+    evaluation's own benchmark, beside this script) measures and prints it."""
+    script = os.path.join(HERE, "bench_eval.py")
+    if not os.path.exists(script):
+        print("eval: skipped, %s is not there" % script)
+        return
+    print("eval: %s" % script)
+    p = subprocess.run([sys.executable, script, build], capture_output=True, text=True,
+                       timeout=1800)
+    sys.stdout.write(p.stdout)
+    if p.returncode != 0:
+        sys.exit("bench_eval.py failed: %s" % p.stderr)
+
+
 def main():
     parser = argparse.ArgumentParser(usage=__doc__)
     parser.add_argument("build")
     parser.add_argument("count", nargs="?", type=int, default=1 << 27)
     parser.add_argument("runs", nargs="?", type=int, default=3)
-    parser.add_argument("--cases", default="live,core,engine")
+    parser.add_argument("--cases", default="live,core,engine,eval")
     parser.add_argument("--engine-filter", default="[Ii]nt64|BM_Statistics/whole")
     parser.add_argument("--core-dir", default=tempfile.gettempdir())
     a = parser.parse_args()
@@ -235,6 +252,8 @@ def main():
         worst = max(worst, case_core(build, a.count, a.runs, report, a.core_dir))
     if "engine" in cases:
         case_engine(build, a.engine_filter)
+    if "eval" in cases:
+        case_eval(build)
     if report:
         print("summary:")
         for name, seconds in report:
