@@ -170,7 +170,7 @@ int run(const cli::Options& o) {
     timings.stage("start gdb");
 
     if (!o.core.isEmpty()) {
-        session.setTargetIsLocalProcess(false);
+        session.setCoreFile(o.core);
         if (!plainWord(o.core))
             return fail(QStringLiteral("The core file's path must not contain blanks or quotes."));
         if (!command(session, QStringLiteral("-target-select core ") + o.core, error))

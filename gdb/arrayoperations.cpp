@@ -5,6 +5,7 @@
 #include "arraylens/arraylens.h"
 
 #include <QBitArray>
+#include <QFile>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
@@ -335,6 +336,42 @@ Fields failureFields(const RequestSnapshot& request, const Failure& failure) {
     }
 }
 
+namespace {
+
+// The reader of the target's memory: the process itself when it is live and
+// local; a core's own file, with gdb for what the file leaves out; gdb for
+// everything otherwise.
+class MemoryAccess {
+public:
+    explicit MemoryAccess(GdbSession& session) {
+        if (session.readsMemoryDirectly()) {
+            direct_ = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
+            return;
+        }
+        viaGdb_ = std::make_unique<GdbMemoryReader>(session);
+        const QString core = session.coreFile();
+        if (core.isEmpty())
+            return;
+        // A core gdb could open but this parser refuses is still read
+        // right, if slowly, through gdb.
+        auto opened =
+            arraylens::CoreFileReader::open(QFile::encodeName(core).toStdString(), viaGdb_.get());
+        if (opened)
+            direct_ = std::move(opened).value();
+    }
+    arraylens::Reader& reader() { return direct_ ? *direct_ : *viaGdb_; }
+    // Through gdb every read is one MI command: fewer, larger ones.
+    std::size_t tileBytes() const {
+        return direct_ ? arraylens::kDefaultTileBytes : GdbMemoryReader::kChunkBytes;
+    }
+
+private:
+    std::unique_ptr<GdbMemoryReader> viaGdb_; // outlives the core reader that falls back on it
+    std::unique_ptr<arraylens::Reader> direct_;
+};
+
+} // namespace
+
 Fields performRequest(GdbSession& session, const RequestSnapshot& request,
                       const std::atomic<bool>* cancel) {
     if (request.operation == Operation::Unknown)
@@ -368,21 +405,16 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
     if (request.operation == Operation::ArrayInfo)
         return infoFields(request, facts, array);
 
-    std::unique_ptr<arraylens::Reader> reader;
-    if (session.readsMemoryDirectly())
-        reader = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
-    else
-        reader = std::make_unique<GdbMemoryReader>(session);
-    // Through gdb every read is one MI command: fewer, larger ones.
-    const std::size_t tileBytes =
-        session.readsMemoryDirectly() ? arraylens::kDefaultTileBytes : GdbMemoryReader::kChunkBytes;
+    MemoryAccess memory(session);
+    arraylens::Reader& reader = memory.reader();
+    const std::size_t tileBytes = memory.tileBytes();
     switch (request.operation) {
     case Operation::Statistics:
-        return statisticsFields(request, facts, tileBytes, array, *reader, cancel);
+        return statisticsFields(request, facts, tileBytes, array, reader, cancel);
     case Operation::Table:
-        return tableFields(request, facts, tileBytes, array, *reader, cancel);
+        return tableFields(request, facts, tileBytes, array, reader, cancel);
     case Operation::Plot:
-        return plotFields(request, facts, tileBytes, array, *reader, cancel);
+        return plotFields(request, facts, tileBytes, array, reader, cancel);
     default:
         break;
     }

@@ -4,6 +4,7 @@
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFileInfo>
 #include <QSocketNotifier>
 #include <QThread>
 #include <QTimer>
@@ -376,6 +377,18 @@ void GdbSession::setTargetState(TargetState state) {
 QString GdbSession::stoppedThread() const {
     std::lock_guard<std::mutex> lock(stateMutex_);
     return stoppedThread_;
+}
+
+void GdbSession::setCoreFile(const QString& path) {
+    std::lock_guard<std::mutex> lock(stateMutex_);
+    // gdb runs in this process's working directory: the same file.
+    coreFile_ = path.isEmpty() ? QString() : QFileInfo(path).absoluteFilePath();
+    localProcess_ = false;
+}
+
+QString GdbSession::coreFile() const {
+    std::lock_guard<std::mutex> lock(stateMutex_);
+    return coreFile_;
 }
 
 bool GdbSession::readsMemoryDirectly() const {

@@ -127,6 +127,12 @@ public:
     void markStopped() { setTargetState(TargetState::Stopped); }
     // Set by the owner when the target is a core file or a remote one.
     void setTargetIsLocalProcess(bool local) { localProcess_ = local; }
+    // Set by the owner before it opens a core (-target-select core PATH):
+    // memory is then read from the file itself, through gdb only what the
+    // file does not hold. Also marks the target as not a local process.
+    void setCoreFile(const QString& path);
+    // The core's absolute path; empty when the target is not a core.
+    QString coreFile() const;
     // Counter that moves on each time the debuggee runs: a request that saw
     // another value when it started is about data that has changed.
     quint64 runGeneration() const { return runGeneration_.load(); }
@@ -180,6 +186,7 @@ private:
     std::mutex transactionMutex_;
     QString stoppedThread_;
     bool localProcess_ = true;
+    QString coreFile_;
     bool killDebuggee_ = true;
     int ptyMaster_ = -1;
     QString ptyPath_;

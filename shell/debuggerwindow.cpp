@@ -510,7 +510,7 @@ bool DebuggerWindow::startDebugger(QString* error) {
             *error = QStringLiteral("The core file's path must not contain blanks or quotes.");
             return false;
         }
-        session_->setTargetIsLocalProcess(false);
+        session_->setCoreFile(options_.coreFile);
         session_->send(QStringLiteral("-target-select core ") + options_.coreFile,
                        [reportFailure, stoppedOnConnect](const MiReply& r) {
                            reportFailure(r);
