@@ -300,17 +300,15 @@ def evaluate(text):
 # ---------------------------------------------------------------- shapes
 
 
-def shape_unknown(type_text, fortran):
-    """An array whose extent gdb cannot tell: an allocatable before
-    allocate, a pointer not associated, an assumed-size dummy, `[]`. The
-    service words the reason from the type text."""
-    if fortran:
-        shape = re.search(r" \(([^()]*)\)$", type_text)
-        if not shape:
-            return False
-        parts = [p.strip() for p in shape.group(1).split(",")]
-        return any(p == ":" or p.endswith("*") for p in parts)
-    return "[]" in type_text
+def shape_unknown(type_text):
+    """A Fortran array whose extent gdb cannot tell: an allocatable before
+    allocate, a pointer not associated, an assumed-size dummy. The service
+    words the reason from the type text."""
+    shape = re.search(r" \(([^()]*)\)$", type_text)
+    if not shape:
+        return False
+    parts = [p.strip() for p in shape.group(1).split(",")]
+    return any(p == ":" or p.endswith("*") for p in parts)
 
 
 def array_levels(type_):
@@ -359,10 +357,15 @@ def element_text(type_):
 SIMPLE_OPERAND = re.compile(r"^[A-Za-z_]\w*(?:(?:\.|->|::)[A-Za-z_]\w*|\[[^\[\]]*\])*$")
 
 
+def operand_of(text):
+    """`text` as the operand of a unary `*`."""
+    return text if SIMPLE_OPERAND.match(text.strip()) else "(" + text + ")"
+
+
 def pointer_hint(text, type_):
     """What to type to see the memory a pointer points to."""
     target = type_.target()
-    operand = text if SIMPLE_OPERAND.match(text.strip()) else "(" + text + ")"
+    operand = operand_of(text)
     if target.strip_typedefs().code == gdb.TYPE_CODE_VOID:
         return ("%s is a pointer to void: give its elements a type, for example "
                 "*(double *)%s@N" % (text, operand))
@@ -415,10 +418,19 @@ def describe_text(text, layout):
             shown = shown.array(lower, upper)
         facts["type"] = str(shown)
     facts["isArray"] = True
-    if shape_unknown(facts["type"], fortran):
+    if fortran and shape_unknown(facts["type"]):
         facts["shapeUnknown"] = True
         return facts
     dims = list(reversed(levels)) if fortran else levels
+    if not fortran and evaluation.element_type is None and (
+            "[]" in str(type_) or any(hi < lo for lo, hi in levels)):
+        # `double v[]` at the end of a structure (gdb gives it the bounds
+        # 0:0), or the older `double v[0]`: the length lives elsewhere, and
+        # no length is not an empty array.
+        facts["problem"] = ("%s is declared without a length (its type is %s): show N "
+                            "elements with *%s@N" % (text, facts["type"], operand_of(text)))
+        facts["dims"] = [[str(lo), str(hi)] for lo, hi in dims]
+        return facts
     facts["dims"] = [[str(lo), str(hi)] for lo, hi in dims]
     facts["element"] = element_text(element)
     facts["elementSize"] = element.sizeof
