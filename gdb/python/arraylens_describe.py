@@ -199,6 +199,50 @@ def qualify_leading_name(text):
     return qualify(text, name, module) if module else text
 
 
+FORTRAN_CHAIN = re.compile(r"^\s*(?:[A-Za-z_]\w*\s*::\s*)?[A-Za-z_]\w*(?:\s*%\s*[A-Za-z_]\w*)*\s*$")
+
+
+def variable_symbol(name):
+    """The variable `name` as the selected frame sees it, else the one module
+    variable of that name; None when there is neither."""
+    if "::" in name:
+        return gdb.lookup_global_symbol(name) or gdb.lookup_static_symbol(name)
+    symbol = gdb.lookup_symbol(name)[0]
+    if symbol is not None and (symbol.is_variable or symbol.is_argument):
+        return symbol
+    module = module_of(name)
+    if module is None:
+        return None
+    qualified = module + "::" + name
+    return gdb.lookup_global_symbol(qualified) or gdb.lookup_static_symbol(qualified)
+
+
+def fortran_chain(text):
+    """`chunk%field%density0` read through gdb's symbols and values: gdb's
+    Fortran parser looks every name of a component chain up as a symbol
+    first, which takes 8 ms and more each in a program with debug
+    information for its libraries, while the value's own components cost
+    nothing. An array in the middle (`cells%density`) takes the rest of the
+    chain across its elements. None when the text is not such a chain or a
+    step of it does not work: then gdb's parser decides."""
+    if not FORTRAN_CHAIN.match(text):
+        return None
+    names = [n.strip().lower().replace(" ", "") for n in text.split("%")]
+    symbol = variable_symbol(names[0])
+    if symbol is None:
+        return None
+    try:
+        value = symbol.value(gdb.selected_frame()) if symbol.needs_frame else symbol.value()
+        for k in range(1, len(names)):
+            if value.type.strip_typedefs().code == gdb.TYPE_CODE_ARRAY:
+                # `cells%density`: the rest of the chain across the array.
+                return components_of(value, "%".join(names[:k]), names[k:])
+            value = value[names[k]]
+    except (gdb.error, KeyError, TypeError, ValueError):
+        return None
+    return Evaluation(value)
+
+
 def parse(text):
     """gdb's value of `text`; in a Fortran frame a module variable also by
     its plain name where gdb wants module::name."""
@@ -237,11 +281,40 @@ def repeat(left_text, count_text):
     return at_address(int(left.address), left.type.array(count - 1))
 
 
+def components_of(left, left_text, path):
+    """One component (`path`, a chain of names) of every element of the
+    array of derived types `left`: the component lies at a fixed offset in
+    every element, so it is an array with the structures' strides."""
+    element = left.type.strip_typedefs()
+    while element.code == gdb.TYPE_CODE_ARRAY:
+        element = element.target().strip_typedefs()
+    offset = 0
+    walked = left_text
+    for name in path:
+        if element.code != gdb.TYPE_CODE_STRUCT:
+            raise Problem("%s is not of a derived type: it has no component %s." %
+                          (walked, name))
+        field = next((f for f in element.fields() if f.name and f.name.lower() ==
+                      name.lower()), None)
+        if field is None:
+            raise Problem("There is no component %s in %s (of %s)." %
+                          (name, walked, str(element)))
+        offset += field.bitpos // 8
+        element = field.type.strip_typedefs()
+        walked += "%" + name
+    if element.code in (gdb.TYPE_CODE_ARRAY, gdb.TYPE_CODE_STRUCT):
+        raise Problem("%s has a component %s that is itself an array or a derived "
+                      "type: show it for one element, for example %s(1)%%%s." %
+                      (left_text, path[-1], left_text, "%".join(path)), "notarray")
+    result = Evaluation(left, element_type=field.type)
+    result.offset = offset
+    return result
+
+
 def component_across(text):
-    """`cells%density` or `cells(2:5)%density`: one component of every
-    element of an array of derived types, which gdb does not evaluate. The
-    array is evaluated once; the component lies at a fixed offset in every
-    element, so it is an array with the structures' strides."""
+    """`cells(2:5)%density` and the like, which gdb does not evaluate: the
+    array left of a `%` is evaluated once, then the component is taken
+    across it."""
     for split in top_level(text, "%"):
         left_text = text[:split].strip()
         path = [p.strip() for p in text[split + 1:].split("%")]
@@ -251,33 +324,9 @@ def component_across(text):
             left = strip_references(parse(left_text))
         except gdb.error:
             continue
-        type_ = left.type.strip_typedefs()
-        if type_.code != gdb.TYPE_CODE_ARRAY:
+        if left.type.strip_typedefs().code != gdb.TYPE_CODE_ARRAY:
             continue
-        element = type_
-        while element.code == gdb.TYPE_CODE_ARRAY:
-            element = element.target().strip_typedefs()
-        offset = 0
-        walked = left_text
-        for name in path:
-            if element.code != gdb.TYPE_CODE_STRUCT:
-                raise Problem("%s is not of a derived type: it has no component %s." %
-                              (walked, name))
-            field = next((f for f in element.fields() if f.name and f.name.lower() ==
-                          name.lower()), None)
-            if field is None:
-                raise Problem("There is no component %s in %s (of %s)." %
-                              (name, walked, str(element)))
-            offset += field.bitpos // 8
-            element = field.type.strip_typedefs()
-            walked += "%" + name
-        if element.code in (gdb.TYPE_CODE_ARRAY, gdb.TYPE_CODE_STRUCT):
-            raise Problem("%s has a component %s that is itself an array or a derived "
-                          "type: show it for one element, for example %s(1)%%%s." %
-                          (left_text, path[-1], left_text, "%".join(path)), "notarray")
-        result = Evaluation(left, element_type=field.type)
-        result.offset = offset
-        return result
+        return components_of(left, left_text, path)
     return None
 
 
@@ -287,6 +336,10 @@ def evaluate(text):
     if repeats:
         at = repeats[-1]
         return Evaluation(repeat(text[:at].strip(), text[at + 1:].strip()))
+    if is_fortran():
+        chain = fortran_chain(text)
+        if chain is not None:
+            return chain
     try:
         return Evaluation(parse(text))
     except gdb.error as error:
