@@ -74,6 +74,15 @@ TEST_F(StructIdioms, EveryArrayAndItsComputedCount) {
         rig_->evaluate(QStringLiteral("*domain.m_regElemSize@domain.m_numReg"));
     auto stats = rig_->statistics(regions);
     EXPECT_EQ(stats->property("Count").toString(), rig_->ref.value("counts.m_numReg"));
+
+    // A cast of the block starts from its first element, not from the whole
+    // block gdb would have to read to take its address.
+    vals->setType(QStringLiteral("float"), true);
+    EXPECT_EQ(vals->getAlternateExpression(), QStringLiteral("*(float(*)[%1])&(*A->list_of_vals)")
+                                                  .arg(rig_->ref.value("counts.local_nnz")));
+    auto floats = rig_->statistics(vals);
+    ASSERT_EQ(resultOf(floats), QStringLiteral("done")) << msgOf(floats).toStdString();
+    EXPECT_EQ(floats->property("Count").toString(), rig_->ref.value("counts.local_nnz"));
 }
 
 TEST_F(StructIdioms, AFunctionInTheExpressionRunsOncePerEvaluationAndRequest) {
