@@ -27,6 +27,7 @@
 #include <mutex>
 
 class QSocketNotifier;
+class QTemporaryDir;
 
 namespace arraylens::gdb {
 
@@ -145,6 +146,9 @@ public:
     // What gdb said on its own before it answered the first command: why it
     // could not load the program, for one. Read on the session's thread.
     QString startupText() const { return startupText_; }
+    // Python's module of the describer: `python arraylens_describe.describe(...)`
+    // works in every command sent after start().
+    static const char* describerModule() { return "arraylens_describe"; }
 
 signals:
     // Every asynchronous record (*stopped, =thread-group-exited, ...).
@@ -167,6 +171,9 @@ private:
     void handleProcessGone();
     void setTargetState(TargetState state);
     bool openTerminal(QString* error);
+    // Writes the describer's Python files where gdb can import them and
+    // queues the import, ahead of any command a request can send.
+    bool installDescriber(QString* error);
     void readTerminal();
 
     Options options_;
@@ -191,6 +198,7 @@ private:
     int ptyMaster_ = -1;
     QString ptyPath_;
     QSocketNotifier* ptyNotifier_ = nullptr;
+    std::unique_ptr<QTemporaryDir> pythonDir_;
 };
 
 } // namespace arraylens::gdb

@@ -68,9 +68,17 @@ QString elementExpression(const QString& expression, const QVector<qint64>& inde
 // The reinterpreting cast that makes `expression` show as type `type`:
 // `*(double(*)[1000])&(E)` for an array, `*(double(*)[1000])(E)` for a
 // pointer. A type without dimensions keeps the dimensions the array has now
-// (`currentDims`), so `float` over `int [10]` reads `float [10]`.
+// (`currentDims`), so `float` over `int [10]` reads `float [10]`. An
+// artificial array `L@N` is cast through `&(L)`, which reads nothing.
 QString reinterpretCast(const QString& expression, const QString& type, bool expressionIsArray,
                         const QVector<DimBounds>& currentDims);
+
+// The reinterpreting cast of a container's elements, a form of the
+// service's own after gdb's `{type} address`: `{float [125]} v` means
+// "floats from the address of v's first element on, contiguous and
+// row-major". A type without dimensions keeps the container's.
+QString containerReinterpretCast(const QString& expression, const QString& type,
+                                 const QVector<DimBounds>& currentDims);
 
 // A Fortran cast as a person types it: `integer`, `integer(4)`,
 // `integer(kind=4)`, `integer*4`, `real(8)`, `double precision`,

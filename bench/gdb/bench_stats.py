@@ -15,7 +15,7 @@ Cases (all by default, or those named with --cases):
           --engine-filter selects (1 GiB of int64 against 1 GiB of doubles;
           by default every case that names int64, and the whole-array
           statistics of doubles).
-  eval    the resolution time of a Fortran component, by bench_eval.py
+  eval    the resolution time of a Fortran component, by bench_describe.py
           beside this script when it is there.
 
 Every ratio compares medians of RUNS runs, except gdb + numpy, which takes
@@ -228,9 +228,9 @@ def case_engine(build, pattern):
 
 
 def case_eval(build):
-    """The time to resolve a Fortran component, as bench_eval.py (the
+    """The time to resolve a Fortran component, as bench_describe.py (the
     evaluation's own benchmark, beside this script) measures and prints it."""
-    script = os.path.join(HERE, "bench_eval.py")
+    script = os.path.join(HERE, "bench_describe.py")
     if not os.path.exists(script):
         print("eval: skipped, %s is not there" % script)
         return
@@ -239,7 +239,7 @@ def case_eval(build):
                        timeout=1800)
     sys.stdout.write(p.stdout)
     if p.returncode != 0:
-        sys.exit("bench_eval.py failed: %s" % p.stderr)
+        sys.exit("bench_describe.py failed: %s" % p.stderr)
 
 
 def main():
