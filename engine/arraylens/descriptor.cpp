@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <limits>
 
 namespace arraylens {
 
@@ -173,6 +174,32 @@ Status validate(const ArrayDescriptor& array) {
                                                 " dimensions; at most " +
                                                 std::to_string(kDimensionLetters.size()) +
                                                 " are supported."};
+    constexpr __int128 kLimit = std::numeric_limits<std::int64_t>::max();
+    __int128 reach = 0, count = 1;
+    for (std::size_t i = 0; i < array.dims.size(); ++i) {
+        const Dimension& d = array.dims[i];
+        if (d.upper < d.lower) {
+            count = 0;
+            continue;
+        }
+        const __int128 extent = static_cast<__int128>(d.upper) - d.lower + 1;
+        const __int128 stride = d.byteStride < 0 ? -static_cast<__int128>(d.byteStride)
+                                                 : static_cast<__int128>(d.byteStride);
+        // No step overflows: extent and stride are at most 2^63, and the
+        // sum is checked after every term.
+        if (extent <= kLimit)
+            reach += (extent - 1) * stride;
+        if (extent > kLimit || reach > kLimit)
+            return Error{ErrorCode::BadRequest,
+                         "The array is too large: " + dimensionName(i) + ", bounds " +
+                             std::to_string(d.lower) + ":" + std::to_string(d.upper) +
+                             ", reaches beyond what 64-bit offsets can address."};
+        if (count != 0)
+            count = std::min(count * extent, kLimit + 1);
+    }
+    if (count > kLimit)
+        return Error{ErrorCode::BadRequest,
+                     "The array is too large: it has more than 2^63 elements."};
     return Status::Ok();
 }
 
