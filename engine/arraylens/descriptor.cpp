@@ -40,6 +40,15 @@ const KindInfo kKinds[] = {
     {ElementKind::FortranCharacter, Repr::U8, DataType::Character, 1, "character(1)"},
 };
 
+// The byte stride of the next dimension out. It saturates rather than
+// overflows: validate() refuses an array that large.
+std::int64_t nextStride(std::int64_t stride, std::int64_t extent) {
+    std::int64_t next;
+    if (__builtin_mul_overflow(stride, std::max<std::int64_t>(extent, 1), &next))
+        return std::numeric_limits<std::int64_t>::max();
+    return next;
+}
+
 } // namespace
 
 const KindInfo& kindInfo(ElementKind kind) {
@@ -118,7 +127,7 @@ ArrayDescriptor ArrayDescriptor::cArray(ElementKind kind, std::uint64_t address,
     std::int64_t stride = static_cast<std::int64_t>(d.elementSize);
     for (std::size_t i = extents.size(); i-- > 0;) {
         d.dims[i] = Dimension{0, extents[i] - 1, stride};
-        stride *= std::max<std::int64_t>(extents[i], 1);
+        stride = nextStride(stride, extents[i]);
     }
     return d;
 }
@@ -134,7 +143,7 @@ ArrayDescriptor::fortranArray(ElementKind kind, std::uint64_t address,
     std::int64_t stride = static_cast<std::int64_t>(d.elementSize);
     for (const auto& b : bounds) {
         d.dims.push_back(Dimension{b.first, b.second, stride});
-        stride *= std::max<std::int64_t>(b.second - b.first + 1, 1);
+        stride = nextStride(stride, d.dims.back().extent());
     }
     return d;
 }
