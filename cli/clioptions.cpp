@@ -1,5 +1,7 @@
 #include "clioptions.h"
 
+#include <QRegularExpression>
+
 namespace arraylens::cli {
 
 namespace {
@@ -12,11 +14,39 @@ bool parseInt(const QString& text, int& out) {
     return ok;
 }
 
-// "a:b" with both ends.
-bool parseRange(const QString& text, int& from, int& to) {
+// A whole number of 64 bits; `why` says what is wrong with any other text.
+bool parseInteger(const QString& text, qint64& out, QString& why) {
+    bool ok = false;
+    const qint64 v = text.trimmed().toLongLong(&ok);
+    if (ok) {
+        out = v;
+        return true;
+    }
+    static const QRegularExpression digits(QStringLiteral("^\\s*[-+]?[0-9]+\\s*$"));
+    why = digits.match(text).hasMatch()
+              ? QStringLiteral("%1 is beyond the 64-bit range").arg(text.trimmed())
+              : QStringLiteral("'%1' is not a whole number").arg(text);
+    return false;
+}
+
+// "a:b" with both ends, 0 <= a <= b.
+bool parseRange(const QString& text, qint64& from, qint64& to, QString& why) {
     const QStringList parts = text.split(QLatin1Char(':'));
-    return parts.size() == 2 && parseInt(parts[0], from) && parseInt(parts[1], to) && from >= 0 &&
-           to >= from;
+    if (parts.size() != 2) {
+        why = QStringLiteral("write it as a:b, for example 0:39");
+        return false;
+    }
+    if (!parseInteger(parts[0], from, why) || !parseInteger(parts[1], to, why))
+        return false;
+    if (from < 0) {
+        why = QStringLiteral("rows and columns count from 0");
+        return false;
+    }
+    if (to < from) {
+        why = QStringLiteral("the end %1 is before the start %2").arg(to).arg(from);
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -78,6 +108,7 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
         }
         const QString v = args[++i];
         bool ok = true;
+        QString why;
         if (a == QLatin1String("--expr")) {
             o.expression = v;
             haveExpr = true;
@@ -88,13 +119,13 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
         } else if (a == QLatin1String("--format")) {
             ok = parseInt(v, o.format) && o.format >= 0 && o.format <= 8;
         } else if (a == QLatin1String("--row-dim")) {
-            ok = parseInt(v, o.rowDim);
+            ok = parseInteger(v, o.rowDim, why);
         } else if (a == QLatin1String("--col-dim")) {
-            ok = parseInt(v, o.colDim);
+            ok = parseInteger(v, o.colDim, why);
         } else if (a == QLatin1String("--rows")) {
-            ok = parseRange(v, o.startRow, o.endRow);
+            ok = parseRange(v, o.startRow, o.endRow, why);
         } else if (a == QLatin1String("--cols")) {
-            ok = parseRange(v, o.startCol, o.endCol);
+            ok = parseRange(v, o.startCol, o.endCol, why);
         } else if (a == QLatin1String("--break")) {
             o.breaks << v;
         } else if (a == QLatin1String("--ignore")) {
@@ -117,7 +148,8 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
             return false;
         }
         if (!ok) {
-            error = QStringLiteral("Bad value '%1' for %2.").arg(v, a);
+            error = why.isEmpty() ? QStringLiteral("Bad value '%1' for %2.").arg(v, a)
+                                  : QStringLiteral("Bad value '%1' for %2: %3.").arg(v, a, why);
             return false;
         }
     }

@@ -14,11 +14,14 @@ struct Options {
     QString slice;
     QString filter;
     int format = 8;
-    int rowDim = -1;
-    int colDim = -1;
+    // 64-bit, as every extent and index: a table can have more than 2^31
+    // rows, and a dimension number out of range is for the service to
+    // refuse in words.
+    qint64 rowDim = -1;
+    qint64 colDim = -1;
     // The table's viewport in table coordinates, inclusive.
-    int startRow = 0, endRow = 39;
-    int startCol = 0, endCol = 19;
+    qint64 startRow = 0, endRow = 39;
+    qint64 startCol = 0, endCol = 19;
     // "LOCATION" or "LOCATION if CONDITION", as gdb's break takes them.
     QStringList breaks;
     // Hits of each breakpoint to pass before stopping.

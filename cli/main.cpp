@@ -19,6 +19,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 using namespace arraylens;
 
@@ -116,11 +117,20 @@ HVDWPRequest buildRequest(const cli::Options& o, IHVExpression* e) {
         r.setFocusFields(e);
         r.setSlice(o.slice);
         r.setOperationFields(e);
-        r.setRowDim(o.rowDim);
-        r.setColDim(o.colDim);
+        r.setRowDim(int(o.rowDim));
+        r.setColDim(int(o.colDim));
         r.setDataFormat(o.format);
         r.setFilter(o.filter);
-        r.setRequestViewport(true, o.startRow, o.endRow, o.startCol, o.endCol);
+        r.setRequestViewport(true, int(o.startRow), int(o.endRow), int(o.startCol), int(o.endCol));
+        // The builders take ints, as the plug-in sends them; a number past
+        // 2^31 goes into the same field as the whole 64-bit value.
+        QObject* bag = r.propertyBag.data();
+        const std::pair<const char*, qint64> wide[] = {
+            {"RowDim", o.rowDim},      {"ColDim", o.colDim},          {"TableStartRow", o.startRow},
+            {"TableEndRow", o.endRow}, {"TableStartCol", o.startCol}, {"TableEndCol", o.endCol}};
+        for (const auto& [name, value] : wide)
+            if (value != qint64(int(value)))
+                bag->setProperty(name, QVariant(qlonglong(value)));
         return r;
     }
     case cli::Command::Plot:

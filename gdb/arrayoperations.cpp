@@ -27,6 +27,14 @@ QVariant countVariant(std::uint64_t n) {
     return QVariant(qulonglong(n));
 }
 
+// An extent, bound or index: an int as the plug-in reads it while it fits,
+// the exact 64-bit value beyond.
+QVariant indexVariant(qint64 n) {
+    if (n >= qint64(INT_MIN) && n <= qint64(INT_MAX))
+        return QVariant(int(n));
+    return QVariant(qlonglong(n));
+}
+
 QVariant numberVariant(const arraylens::Number& n) {
     if (const auto* i = std::get_if<std::int64_t>(&n))
         return QVariant(qlonglong(*i));
@@ -61,8 +69,8 @@ void addTableEcho(Fields& f, const RequestSnapshot& r, int dataType) {
     if (r.operation != Operation::Table)
         return;
     f.append({"Slice", r.slice});
-    f.append({"RowDim", r.rowDim});
-    f.append({"ColDim", r.colDim});
+    f.append({"RowDim", indexVariant(r.rowDim)});
+    f.append({"ColDim", indexVariant(r.colDim)});
     f.append({"DataFormat", r.dataFormat});
     f.append({"DataType", dataType});
 }
@@ -185,57 +193,7 @@ Fields tableFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_
                                        options);
     if (!table)
         return errorFields(r, qs(table.message()), engineCode(table.error().code), dataType);
-    const arraylens::Table& t = *table;
-    QVariantList cells;
-    cells.reserve(int(t.cells.size()));
-    for (std::int64_t row = 0; row < t.visibleRowCount; ++row) {
-        for (std::int64_t col = 0; col < t.visibleColCount; ++col) {
-            QVariantMap cell;
-            cell.insert(QStringLiteral("row"), int(t.rowOffset + row));
-            cell.insert(QStringLiteral("col"), int(t.colOffset + col));
-            cell.insert(QStringLiteral("value"),
-                        qs(t.cells[std::size_t(row * t.visibleColCount + col)]));
-            cells.append(cell);
-        }
-    }
-    Fields f;
-    f.append({"Slice", qs(t.slice)});
-    f.append({"RowDim", t.rowDim});
-    f.append({"ColDim", t.colDim});
-    f.append({"DataFormat", r.dataFormat});
-    f.append({"DataType", int(t.dataType)});
-    f.append({"ArrayName", r.expression});
-    f.append({"Focus", r.focus});
-    f.append({"Expression", r.expression});
-    f.append({"DimCount", t.dimCount});
-    f.append({"RowCount", int(t.rowCount)});
-    f.append({"ColCount", int(t.colCount)});
-    f.append({"TableDataList", cells});
-    f.append({"ActualType", facts.typeText});
-    f.append({"Filter", qs(t.filter)});
-    f.append({"IsStale", false});
-    f.append({"UsingViewPort", t.usingViewPort});
-    f.append({"TableStartRow", int(t.tableStartRow)});
-    f.append({"TableEndRow", int(t.tableEndRow)});
-    f.append({"TableStartCol", int(t.tableStartCol)});
-    f.append({"TableEndCol", int(t.tableEndCol)});
-    f.append({"RowOffset", int(t.rowOffset)});
-    f.append({"VisibleRowCount", int(t.visibleRowCount)});
-    f.append({"ColOffset", int(t.colOffset)});
-    f.append({"VisibleColCount", int(t.visibleColCount)});
-    f.append({"DataStartRow", int(t.dataStartRow)});
-    f.append({"DataEndRow", int(t.dataEndRow)});
-    f.append({"DataStartCol", int(t.dataStartCol)});
-    f.append({"DataEndCol", int(t.dataEndCol)});
-    f.append({"RowStride", int(t.rowStride)});
-    f.append({"RowLowerBound", int(t.rowLowerBound)});
-    f.append({"RowUpperBound", int(t.rowUpperBound)});
-    f.append({"ColStride", int(t.colStride)});
-    f.append({"ColLowerBound", int(t.colLowerBound)});
-    f.append({"ColUpperBound", int(t.colUpperBound)});
-    f.append({"EmptySlice", qs(t.emptySlice)});
-    f.append({"result", QStringLiteral("done")});
-    return f;
+    return tableAnswer(r, facts.typeText, *table);
 }
 
 Fields plotFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_t tileBytes,
@@ -255,8 +213,8 @@ Fields plotFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_t
     Fields f;
     f.append({"AllEvaluations", block});
     f.append({"Rank", p.rank});
-    f.append({"Rows", int(p.rows)});
-    f.append({"Cols", int(p.cols)});
+    f.append({"Rows", indexVariant(p.rows)});
+    f.append({"Cols", indexVariant(p.cols)});
     f.append({"ActualType", facts.typeText});
     f.append({"EmptySlice", qs(p.emptySlice)});
     f.append({"Filter", qs(p.filter)});
@@ -266,6 +224,59 @@ Fields plotFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_t
 }
 
 } // namespace
+
+Fields tableAnswer(const RequestSnapshot& r, const QString& typeText, const arraylens::Table& t) {
+    QVariantList cells;
+    cells.reserve(int(t.cells.size()));
+    for (std::int64_t row = 0; row < t.visibleRowCount; ++row) {
+        for (std::int64_t col = 0; col < t.visibleColCount; ++col) {
+            QVariantMap cell;
+            cell.insert(QStringLiteral("row"), indexVariant(t.rowOffset + row));
+            cell.insert(QStringLiteral("col"), indexVariant(t.colOffset + col));
+            cell.insert(QStringLiteral("value"),
+                        qs(t.cells[std::size_t(row * t.visibleColCount + col)]));
+            cells.append(cell);
+        }
+    }
+    Fields f;
+    f.append({"Slice", qs(t.slice)});
+    f.append({"RowDim", t.rowDim});
+    f.append({"ColDim", t.colDim});
+    f.append({"DataFormat", r.dataFormat});
+    f.append({"DataType", int(t.dataType)});
+    f.append({"ArrayName", r.expression});
+    f.append({"Focus", r.focus});
+    f.append({"Expression", r.expression});
+    f.append({"DimCount", t.dimCount});
+    f.append({"RowCount", indexVariant(t.rowCount)});
+    f.append({"ColCount", indexVariant(t.colCount)});
+    f.append({"TableDataList", cells});
+    f.append({"ActualType", typeText});
+    f.append({"Filter", qs(t.filter)});
+    f.append({"IsStale", false});
+    f.append({"UsingViewPort", t.usingViewPort});
+    f.append({"TableStartRow", indexVariant(t.tableStartRow)});
+    f.append({"TableEndRow", indexVariant(t.tableEndRow)});
+    f.append({"TableStartCol", indexVariant(t.tableStartCol)});
+    f.append({"TableEndCol", indexVariant(t.tableEndCol)});
+    f.append({"RowOffset", indexVariant(t.rowOffset)});
+    f.append({"VisibleRowCount", indexVariant(t.visibleRowCount)});
+    f.append({"ColOffset", indexVariant(t.colOffset)});
+    f.append({"VisibleColCount", indexVariant(t.visibleColCount)});
+    f.append({"DataStartRow", indexVariant(t.dataStartRow)});
+    f.append({"DataEndRow", indexVariant(t.dataEndRow)});
+    f.append({"DataStartCol", indexVariant(t.dataStartCol)});
+    f.append({"DataEndCol", indexVariant(t.dataEndCol)});
+    f.append({"RowStride", indexVariant(t.rowStride)});
+    f.append({"RowLowerBound", indexVariant(t.rowLowerBound)});
+    f.append({"RowUpperBound", indexVariant(t.rowUpperBound)});
+    f.append({"ColStride", indexVariant(t.colStride)});
+    f.append({"ColLowerBound", indexVariant(t.colLowerBound)});
+    f.append({"ColUpperBound", indexVariant(t.colUpperBound)});
+    f.append({"EmptySlice", qs(t.emptySlice)});
+    f.append({"result", QStringLiteral("done")});
+    return f;
+}
 
 RequestSnapshot RequestSnapshot::fromBag(const QObject* bag) {
     RequestSnapshot r;
@@ -287,19 +298,19 @@ RequestSnapshot RequestSnapshot::fromBag(const QObject* bag) {
     r.slice = bag->property("Slice").toString();
     r.filter = bag->property("Filter").toString();
     const QVariant rowDim = bag->property("RowDim"), colDim = bag->property("ColDim");
-    r.rowDim = rowDim.isValid() ? rowDim.toInt() : -1;
-    r.colDim = colDim.isValid() ? colDim.toInt() : -1;
+    r.rowDim = rowDim.isValid() ? rowDim.toLongLong() : -1;
+    r.colDim = colDim.isValid() ? colDim.toLongLong() : -1;
     const QVariant format = bag->property("DataFormat");
     r.dataFormat = format.isValid() ? format.toInt() : 8;
     r.usingViewPort = bag->property("UsingViewPort").toBool();
-    auto intOr = [bag](const char* name) {
+    auto indexOr = [bag](const char* name) {
         const QVariant v = bag->property(name);
-        return v.isValid() ? v.toInt() : -1;
+        return v.isValid() ? qint64(v.toLongLong()) : qint64(-1);
     };
-    r.startRow = intOr("TableStartRow");
-    r.endRow = intOr("TableEndRow");
-    r.startCol = intOr("TableStartCol");
-    r.endCol = intOr("TableEndCol");
+    r.startRow = indexOr("TableStartRow");
+    r.endRow = indexOr("TableEndRow");
+    r.startCol = indexOr("TableStartCol");
+    r.endCol = indexOr("TableEndCol");
     return r;
 }
 

@@ -7,6 +7,7 @@
 #include "gdbsession.h"
 
 #include "arraylens/plot.h"
+#include "arraylens/table.h"
 
 #include <QByteArray>
 #include <QPair>
@@ -34,11 +35,14 @@ struct RequestSnapshot {
     unsigned depth = 0;
     QString slice;
     QString filter;
-    int rowDim = -1;
-    int colDim = -1;
+    // Dimensions and viewport as 64-bit numbers: a table can have more than
+    // 2^31 rows, and a value out of range must reach the engine to be
+    // refused in words, not be cut to 32 bits on the way.
+    qint64 rowDim = -1;
+    qint64 colDim = -1;
     int dataFormat = 8;
     bool usingViewPort = false;
-    int startRow = -1, endRow = -1, startCol = -1, endCol = -1;
+    qint64 startRow = -1, endRow = -1, startCol = -1, endCol = -1;
 
     static RequestSnapshot fromBag(const QObject* bag);
 };
@@ -50,6 +54,12 @@ constexpr quint64 kMaxPlotValues = arraylens::kMaxPlotValues;
 // The fields of the answer; "result" is always among them.
 Fields performRequest(GdbSession& session, const RequestSnapshot& request,
                       const std::atomic<bool>* cancel);
+
+// The fields of a table the engine made: extents, bounds and indices as
+// ints while they fit, as the plug-in reads them, and as exact 64-bit
+// numbers beyond.
+Fields tableAnswer(const RequestSnapshot& request, const QString& typeText,
+                   const arraylens::Table& table);
 
 // Answers that need no gdb: the debugger gone, no process, a running one.
 Fields stoppedFields(const RequestSnapshot& request);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <limits>
 
 namespace arraylens {
 
@@ -38,6 +39,15 @@ const KindInfo kKinds[] = {
     {ElementKind::FortranLogical8, Repr::L64, DataType::Integer, 8, "logical(8)"},
     {ElementKind::FortranCharacter, Repr::U8, DataType::Character, 1, "character(1)"},
 };
+
+// The byte stride of the next dimension out. It saturates rather than
+// overflows: validate() refuses an array that large.
+std::int64_t nextStride(std::int64_t stride, std::int64_t extent) {
+    std::int64_t next;
+    if (__builtin_mul_overflow(stride, std::max<std::int64_t>(extent, 1), &next))
+        return std::numeric_limits<std::int64_t>::max();
+    return next;
+}
 
 } // namespace
 
@@ -117,7 +127,7 @@ ArrayDescriptor ArrayDescriptor::cArray(ElementKind kind, std::uint64_t address,
     std::int64_t stride = static_cast<std::int64_t>(d.elementSize);
     for (std::size_t i = extents.size(); i-- > 0;) {
         d.dims[i] = Dimension{0, extents[i] - 1, stride};
-        stride *= std::max<std::int64_t>(extents[i], 1);
+        stride = nextStride(stride, extents[i]);
     }
     return d;
 }
@@ -133,7 +143,7 @@ ArrayDescriptor::fortranArray(ElementKind kind, std::uint64_t address,
     std::int64_t stride = static_cast<std::int64_t>(d.elementSize);
     for (const auto& b : bounds) {
         d.dims.push_back(Dimension{b.first, b.second, stride});
-        stride *= std::max<std::int64_t>(b.second - b.first + 1, 1);
+        stride = nextStride(stride, d.dims.back().extent());
     }
     return d;
 }
@@ -173,6 +183,32 @@ Status validate(const ArrayDescriptor& array) {
                                                 " dimensions; at most " +
                                                 std::to_string(kDimensionLetters.size()) +
                                                 " are supported."};
+    constexpr __int128 kLimit = std::numeric_limits<std::int64_t>::max();
+    __int128 reach = 0, count = 1;
+    for (std::size_t i = 0; i < array.dims.size(); ++i) {
+        const Dimension& d = array.dims[i];
+        if (d.upper < d.lower) {
+            count = 0;
+            continue;
+        }
+        const __int128 extent = static_cast<__int128>(d.upper) - d.lower + 1;
+        const __int128 stride = d.byteStride < 0 ? -static_cast<__int128>(d.byteStride)
+                                                 : static_cast<__int128>(d.byteStride);
+        // No step overflows: extent and stride are at most 2^63, and the
+        // sum is checked after every term.
+        if (extent <= kLimit)
+            reach += (extent - 1) * stride;
+        if (extent > kLimit || reach > kLimit)
+            return Error{ErrorCode::BadRequest,
+                         "The array is too large: " + dimensionName(i) + ", bounds " +
+                             std::to_string(d.lower) + ":" + std::to_string(d.upper) +
+                             ", reaches beyond what 64-bit offsets can address."};
+        if (count != 0)
+            count = std::min(count * extent, kLimit + 1);
+    }
+    if (count > kLimit)
+        return Error{ErrorCode::BadRequest,
+                     "The array is too large: it has more than 2^63 elements."};
     return Status::Ok();
 }
 

@@ -97,7 +97,13 @@ struct Dimension {
     std::int64_t lower = 0;  // lowest index, inclusive
     std::int64_t upper = -1; // highest index, inclusive; below lower when empty
     std::int64_t byteStride = 0;
-    std::int64_t extent() const { return upper >= lower ? upper - lower + 1 : 0; }
+    // Wraps rather than overflows for bounds too far apart to count;
+    // validate() refuses those.
+    std::int64_t extent() const {
+        return upper >= lower ? static_cast<std::int64_t>(static_cast<std::uint64_t>(upper) -
+                                                          static_cast<std::uint64_t>(lower) + 1)
+                              : 0;
+    }
 };
 
 struct ArrayDescriptor {
@@ -125,7 +131,9 @@ struct ArrayDescriptor {
 };
 
 // Checks what the engine relies on: a known kind, a fitting element size, at
-// least one dimension, no more than the letters can name.
+// least one dimension, no more than the letters can name, and extents, element
+// count and byte offsets that all fit in 64 signed bits, so that no index or
+// address computed later can overflow.
 Status validate(const ArrayDescriptor& array);
 
 // Letters that name dimensions in messages and labels.

@@ -1,5 +1,7 @@
 #include "filter.h"
 
+#include "filterlex.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -10,263 +12,9 @@
 
 namespace arraylens {
 
+using namespace filtertext;
+
 namespace {
-
-enum class Tok {
-    Number,
-    Value,
-    Class,
-    Abs,
-    LParen,
-    RParen,
-    Plus,
-    Minus,
-    Star,
-    Slash,
-    Cmp,
-    And,
-    Or,
-    Not,
-    End,
-};
-
-enum class CmpOp { Eq, Ne, Lt, Le, Gt, Ge };
-
-struct Token {
-    Tok kind;
-    std::size_t column; // from 1
-    std::string text;
-    CmpOp cmp = CmpOp::Eq;
-    unsigned classMask = 0;
-    bool isInt = false;
-    __int128 i = 0;
-    double d = 0;
-    long double ld = 0;
-};
-
-struct ClassName {
-    const char* name;
-    unsigned mask;
-};
-
-const ClassName kClasses[] = {
-    {"$nan", kClassNan},           {"$nanq", kClassQuietNan},     {"$qnan", kClassQuietNan},
-    {"$nans", kClassSignalingNan}, {"$snan", kClassSignalingNan}, {"$inf", kClassInf},
-    {"$pinf", kClassPosInf},       {"$ninf", kClassNegInf},       {"$denorm", kClassDenorm},
-    {"$pdenorm", kClassPosDenorm}, {"$ndenorm", kClassNegDenorm},
-};
-
-std::string lower(std::string_view s) {
-    std::string r;
-    for (char c : s)
-        r += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return r;
-}
-
-Error filterError(std::size_t column, const std::string& what) {
-    return Error{ErrorCode::BadFilter,
-                 "Filter error at column " + std::to_string(column) + ": " + what + "."};
-}
-
-std::optional<Error> lex(std::string_view s, std::vector<Token>& out) {
-    std::size_t i = 0;
-    auto isIdent = [](char c) {
-        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$';
-    };
-    while (i < s.size()) {
-        char c = s[i];
-        if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
-            ++i;
-            continue;
-        }
-        Token t;
-        t.column = i + 1;
-        auto two = [&](const char* op) { return s.compare(i, 2, op) == 0; };
-        if (std::isdigit(static_cast<unsigned char>(c)) ||
-            (c == '.' && i + 1 < s.size() && std::isdigit(static_cast<unsigned char>(s[i + 1])))) {
-            std::size_t b = i;
-            t.kind = Tok::Number;
-            if (c == '0' && i + 1 < s.size() && (s[i + 1] == 'x' || s[i + 1] == 'X')) {
-                i += 2;
-                unsigned __int128 v = 0;
-                std::size_t digits = 0;
-                while (i < s.size() && std::isxdigit(static_cast<unsigned char>(s[i]))) {
-                    int d = std::isdigit(static_cast<unsigned char>(s[i]))
-                                ? s[i] - '0'
-                                : std::tolower(static_cast<unsigned char>(s[i])) - 'a' + 10;
-                    v = v * 16 + static_cast<unsigned>(d);
-                    if (++digits > 16)
-                        return filterError(t.column, "the number '" +
-                                                         std::string(s.substr(b, i + 1 - b)) +
-                                                         "...' is too large");
-                    ++i;
-                }
-                if (digits == 0 || (i < s.size() && isIdent(s[i]))) {
-                    while (i < s.size() && isIdent(s[i]))
-                        ++i;
-                    return filterError(t.column, "cannot read the number '" +
-                                                     std::string(s.substr(b, i - b)) + "'");
-                }
-                t.isInt = true;
-                t.i = static_cast<__int128>(v);
-                t.d = static_cast<double>(v);
-                t.ld = static_cast<long double>(v);
-                t.text = std::string(s.substr(b, i - b));
-                out.push_back(t);
-                continue;
-            }
-            bool isInt = true;
-            while (i < s.size() && std::isdigit(static_cast<unsigned char>(s[i])))
-                ++i;
-            if (i < s.size() && s[i] == '.' &&
-                !(i + 1 < s.size() && std::isalpha(static_cast<unsigned char>(s[i + 1])) &&
-                  std::tolower(static_cast<unsigned char>(s[i + 1])) != 'e')) {
-                isInt = false;
-                ++i;
-                while (i < s.size() && std::isdigit(static_cast<unsigned char>(s[i])))
-                    ++i;
-            }
-            if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
-                std::size_t e = i + 1;
-                if (e < s.size() && (s[e] == '+' || s[e] == '-'))
-                    ++e;
-                if (e < s.size() && std::isdigit(static_cast<unsigned char>(s[e]))) {
-                    isInt = false;
-                    i = e;
-                    while (i < s.size() && std::isdigit(static_cast<unsigned char>(s[i])))
-                        ++i;
-                } else {
-                    i = e;
-                    return filterError(t.column, "cannot read the number '" +
-                                                     std::string(s.substr(b, i - b)) + "'");
-                }
-            }
-            if (i < s.size() && (std::isalpha(static_cast<unsigned char>(s[i])) || s[i] == '_')) {
-                while (i < s.size() && isIdent(s[i]))
-                    ++i;
-                return filterError(t.column, "cannot read the number '" +
-                                                 std::string(s.substr(b, i - b)) + "'");
-            }
-            t.text = std::string(s.substr(b, i - b));
-            t.d = std::strtod(t.text.c_str(), nullptr);
-            t.ld = std::strtold(t.text.c_str(), nullptr);
-            if (isInt) {
-                unsigned __int128 v = 0;
-                for (char ch : t.text) {
-                    v = v * 10 + static_cast<unsigned>(ch - '0');
-                    if (v > std::numeric_limits<std::uint64_t>::max()) {
-                        isInt = false;
-                        break;
-                    }
-                }
-                if (isInt)
-                    t.i = static_cast<__int128>(v);
-            }
-            t.isInt = isInt;
-            out.push_back(t);
-            continue;
-        }
-        if (c == '$' || std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
-            std::size_t b = i++;
-            while (i < s.size() && (std::isalnum(static_cast<unsigned char>(s[i])) || s[i] == '_'))
-                ++i;
-            t.text = std::string(s.substr(b, i - b));
-            std::string name = lower(t.text);
-            if (name == "$value") {
-                t.kind = Tok::Value;
-            } else if (name == "abs") {
-                t.kind = Tok::Abs;
-            } else {
-                bool found = false;
-                for (const ClassName& k : kClasses)
-                    if (name == k.name) {
-                        t.kind = Tok::Class;
-                        t.classMask = k.mask;
-                        found = true;
-                    }
-                if (!found)
-                    return filterError(t.column, "unknown name '" + t.text + "'");
-            }
-            out.push_back(t);
-            continue;
-        }
-        if (c == '.') {
-            std::size_t e = s.find('.', i + 1);
-            std::string word = e == std::string_view::npos ? "" : lower(s.substr(i, e + 1 - i));
-            static const struct {
-                const char* text;
-                Tok kind;
-                CmpOp cmp;
-            } dotted[] = {
-                {".and.", Tok::And, CmpOp::Eq}, {".or.", Tok::Or, CmpOp::Eq},
-                {".not.", Tok::Not, CmpOp::Eq}, {".eq.", Tok::Cmp, CmpOp::Eq},
-                {".ne.", Tok::Cmp, CmpOp::Ne},  {".lt.", Tok::Cmp, CmpOp::Lt},
-                {".le.", Tok::Cmp, CmpOp::Le},  {".gt.", Tok::Cmp, CmpOp::Gt},
-                {".ge.", Tok::Cmp, CmpOp::Ge},
-            };
-            bool found = false;
-            for (const auto& d : dotted)
-                if (word == d.text) {
-                    t.kind = d.kind;
-                    t.cmp = d.cmp;
-                    t.text = std::string(s.substr(i, e + 1 - i));
-                    i = e + 1;
-                    found = true;
-                    break;
-                }
-            if (!found) {
-                std::size_t end = i + 1;
-                while (end < s.size() && std::isalpha(static_cast<unsigned char>(s[end])))
-                    ++end;
-                if (end < s.size() && s[end] == '.')
-                    ++end;
-                return filterError(t.column,
-                                   "unknown operator '" + std::string(s.substr(i, end - i)) + "'");
-            }
-            out.push_back(t);
-            continue;
-        }
-        struct Sym {
-            const char* text;
-            Tok kind;
-            CmpOp cmp;
-        };
-        static const Sym syms[] = {
-            {"==", Tok::Cmp, CmpOp::Eq},   {"!=", Tok::Cmp, CmpOp::Ne},
-            {"<=", Tok::Cmp, CmpOp::Le},   {">=", Tok::Cmp, CmpOp::Ge},
-            {"&&", Tok::And, CmpOp::Eq},   {"||", Tok::Or, CmpOp::Eq},
-            {"<", Tok::Cmp, CmpOp::Lt},    {">", Tok::Cmp, CmpOp::Gt},
-            {"!", Tok::Not, CmpOp::Eq},    {"(", Tok::LParen, CmpOp::Eq},
-            {")", Tok::RParen, CmpOp::Eq}, {"+", Tok::Plus, CmpOp::Eq},
-            {"-", Tok::Minus, CmpOp::Eq},  {"*", Tok::Star, CmpOp::Eq},
-            {"/", Tok::Slash, CmpOp::Eq},
-        };
-        bool found = false;
-        for (const Sym& sym : syms) {
-            std::size_t n = std::char_traits<char>::length(sym.text);
-            if ((n == 2 && two(sym.text)) || (n == 1 && c == sym.text[0])) {
-                t.kind = sym.kind;
-                t.cmp = sym.cmp;
-                t.text = sym.text;
-                i += n;
-                found = true;
-                break;
-            }
-        }
-        if (!found) {
-            if (c == '=' || c == '&' || c == '|')
-                return filterError(t.column,
-                                   std::string("unexpected '") + c + "'; write '" + c + c + "'");
-            return filterError(t.column, std::string("unexpected character '") + c + "'");
-        }
-        out.push_back(t);
-    }
-    Token end;
-    end.kind = Tok::End;
-    end.column = s.size() + 1;
-    out.push_back(end);
-    return std::nullopt;
-}
 
 enum class Node { Or, And, Not, Cmp, ClassTest, Add, Sub, Mul, Div, Neg, Abs, Value, Const, Class };
 
@@ -328,6 +76,10 @@ constexpr std::size_t kFlatStack = 32;
 struct FilterProgram {
     std::vector<NodeData> nodes;
     int root = -1;
+    // The nodes reachable from the root in postfix order, and the stack
+    // their walk needs.
+    std::vector<int> order;
+    std::size_t stackSize = 0;
     // Postfix form for float and double elements, empty when it would not
     // give the tree's answers.
     std::vector<FlatStep> flatDouble;
@@ -345,27 +97,44 @@ struct ParseFail {
 
 class FilterParser {
 public:
-    FilterParser(std::vector<Token> toks) : t_(std::move(toks)) {}
+    FilterParser(std::vector<Token> toks) : t_(std::move(toks)) { findConditions(); }
     FilterProgram prog;
 
-    // Returns the root or the failure that got furthest.
-    bool parse(int& root, ParseFail& fail) {
+    // Returns the root, or the failure that got furthest; nesting beyond
+    // the limit is the failure whatever else is wrong.
+    std::optional<Error> parse(int& root) {
         int r = parseOr();
-        if (r < 0) {
-            fail = fail_;
-            return false;
-        }
-        if (cur().kind != Tok::End) {
-            fail = ParseFail{cur().column, cur().kind == Tok::RParen
-                                               ? "unexpected ')'"
-                                               : "unexpected '" + cur().text + "'"};
-            return false;
-        }
+        if (tooDeep_)
+            return tooDeepError();
+        if (r < 0)
+            return filterError(fail_.column, fail_.message);
+        if (cur().kind != Tok::End)
+            return filterError(cur().column, cur().kind == Tok::RParen
+                                                 ? "unexpected ')'"
+                                                 : "unexpected '" + shown(cur().text) + "'");
         root = r;
-        return true;
+        return std::nullopt;
     }
 
 private:
+    // One level of nesting: a parenthesis, "abs(" or a negation. The parser
+    // recurses once per level, so the levels are counted and bounded: text
+    // of any depth is answered without running out of stack.
+    class Level {
+    public:
+        explicit Level(FilterParser& p) : p_(p) {
+            if (++p_.depth_ > kMaxFilterDepth)
+                p_.tooDeep_ = true;
+        }
+        ~Level() { --p_.depth_; }
+        Level(const Level&) = delete;
+        Level& operator=(const Level&) = delete;
+        bool tooDeep() const { return p_.tooDeep_; }
+
+    private:
+        FilterParser& p_;
+    };
+
     const Token& cur() const { return t_[pos_]; }
     const Token& prev() const { return t_[pos_ > 0 ? pos_ - 1 : 0]; }
 
@@ -382,7 +151,7 @@ private:
     std::string afterPrev() const {
         if (pos_ == 0)
             return "";
-        return " after '" + prev().text + "'";
+        return " after '" + shown(prev().text) + "'";
     }
 
     int parseOr() {
@@ -409,6 +178,9 @@ private:
     }
     int parseNot() {
         if (cur().kind == Tok::Not) {
+            const Level level(*this);
+            if (level.tooDeep())
+                return -1;
             ++pos_;
             if (cur().kind == Tok::End)
                 return fail(cur().column, "expected a condition" + afterPrev());
@@ -419,28 +191,73 @@ private:
         }
         return parsePrimary();
     }
-    static bool continuesSum(Tok k) {
-        return k == Tok::Plus || k == Tok::Minus || k == Tok::Star || k == Tok::Slash ||
-               k == Tok::Cmp;
-    }
     int parsePrimary() {
-        if (cur().kind == Tok::LParen) {
-            std::size_t save = pos_;
-            std::size_t nodes = prog.nodes.size();
+        // A parenthesised condition; otherwise a comparison that may start
+        // with a parenthesised sum, such as ($value + 1) > 2.
+        if (cur().kind == Tok::LParen && condition_[pos_]) {
+            const Level level(*this);
+            if (level.tooDeep())
+                return -1;
             ++pos_;
-            int inner = parseOr();
-            if (inner >= 0 && cur().kind == Tok::RParen && !continuesSum(t_[pos_ + 1].kind)) {
-                ++pos_;
-                return inner;
-            }
-            if (inner >= 0 && cur().kind != Tok::RParen)
-                fail(cur().column, "expected ')'");
-            // Not a parenthesised condition: a comparison starting with a
-            // parenthesised sum, such as ($value + 1) > 2.
-            pos_ = save;
-            prog.nodes.resize(nodes);
+            const int inner = parseOr();
+            if (inner < 0)
+                return -1;
+            if (cur().kind != Tok::RParen)
+                return fail(cur().column, "expected ')'");
+            ++pos_;
+            return inner;
         }
         return parseComparison();
+    }
+
+    // Which parentheses hold a condition rather than a sum: those with a
+    // comparison or a logical operator at their own level, or nothing but
+    // another such group. Told in one pass beforehand, so that the parser
+    // never tries one reading and then the other: that would parse nested
+    // groups again at every level, and a long text for minutes.
+    void findConditions() {
+        struct Open {
+            std::size_t at;
+            bool logical = false;
+            std::size_t items = 0;
+            std::size_t firstGroup = 0;
+            bool startsWithGroup = false;
+        };
+        condition_.assign(t_.size(), 0);
+        std::vector<Open> open;
+        auto close = [&](const Open& o) {
+            condition_[o.at] =
+                o.logical || (o.items == 1 && o.startsWithGroup && condition_[o.firstGroup]);
+        };
+        for (std::size_t k = 0; k < t_.size(); ++k) {
+            const Tok kind = t_[k].kind;
+            if (kind == Tok::LParen) {
+                if (!open.empty()) {
+                    Open& parent = open.back();
+                    if (parent.items++ == 0) {
+                        parent.startsWithGroup = true;
+                        parent.firstGroup = k;
+                    }
+                }
+                open.push_back(Open{k});
+            } else if (kind == Tok::RParen) {
+                if (!open.empty()) {
+                    close(open.back());
+                    open.pop_back();
+                }
+            } else if (!open.empty()) {
+                Open& o = open.back();
+                if (kind == Tok::Cmp || kind == Tok::And || kind == Tok::Or || kind == Tok::Not)
+                    o.logical = true;
+                if (kind != Tok::End)
+                    ++o.items;
+            }
+        }
+        // Groups never closed: innermost first, as if closed at the end.
+        while (!open.empty()) {
+            close(open.back());
+            open.pop_back();
+        }
     }
     int parseComparison() {
         int left;
@@ -452,15 +269,15 @@ private:
             if (!startsFactor(cur().kind))
                 return fail(cur().column, cur().kind == Tok::End
                                               ? "expected a condition" + afterPrev()
-                                              : "unexpected '" + cur().text + "'");
+                                              : "unexpected '" + shown(cur().text) + "'");
             left = parseSum();
             if (left < 0)
                 return -1;
             if (cur().kind != Tok::Cmp)
-                return fail(cur().column,
-                            cur().kind == Tok::End
-                                ? "expected a comparison such as '> 0'" + afterPrev()
-                                : "expected a comparison operator before '" + cur().text + "'");
+                return fail(cur().column, cur().kind == Tok::End
+                                              ? "expected a comparison such as '> 0'" + afterPrev()
+                                              : "expected a comparison operator before '" +
+                                                    shown(cur().text) + "'");
         }
         const Token op = cur();
         ++pos_;
@@ -580,6 +397,9 @@ private:
             return add(n);
         }
         case Tok::LParen: {
+            const Level level(*this);
+            if (level.tooDeep())
+                return -1;
             ++pos_;
             int s = parseSum();
             if (s < 0)
@@ -590,6 +410,9 @@ private:
             return classAsNumber(s);
         }
         case Tok::Abs: {
+            const Level level(*this);
+            if (level.tooDeep())
+                return -1;
             ++pos_;
             if (cur().kind != Tok::LParen)
                 return fail(cur().column, "expected '(' after 'abs'");
@@ -610,7 +433,10 @@ private:
     }
 
     std::vector<Token> t_;
+    std::vector<char> condition_; // per token: a '(' that opens a condition
     std::size_t pos_ = 0;
+    std::size_t depth_ = 0;
+    bool tooDeep_ = false;
     bool failed_ = false;
     ParseFail fail_{0, ""};
 };
@@ -694,53 +520,6 @@ template <class F> F constOf(const NodeData& n) {
         return static_cast<F>(n.d);
 }
 
-template <class F> Num<F> evalNum(const FilterProgram& p, int idx, const Elem<F>& e) {
-    const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
-    switch (n.kind) {
-    case Node::Value:
-        return Num<F>{e.isInt, e.i, e.f};
-    case Node::Const:
-        return Num<F>{n.isInt, n.i, constOf<F>(n)};
-    case Node::Neg: {
-        Num<F> a = evalNum(p, n.a, e);
-        if (a.isInt && a.i != -kInt128Max - 1)
-            return Num<F>{true, -a.i, F(0)};
-        return Num<F>{false, 0, -a.asFloat()};
-    }
-    case Node::Abs: {
-        Num<F> a = evalNum(p, n.a, e);
-        if (a.isInt && a.i != -kInt128Max - 1)
-            return Num<F>{true, a.i < 0 ? -a.i : a.i, F(0)};
-        return Num<F>{false, 0, std::fabs(a.asFloat())};
-    }
-    case Node::Add:
-    case Node::Sub:
-    case Node::Mul: {
-        Num<F> a = evalNum(p, n.a, e), b = evalNum(p, n.b, e);
-        if (a.isInt && b.isInt) {
-            __int128 r;
-            bool over = n.kind == Node::Add   ? __builtin_add_overflow(a.i, b.i, &r)
-                        : n.kind == Node::Sub ? __builtin_sub_overflow(a.i, b.i, &r)
-                                              : __builtin_mul_overflow(a.i, b.i, &r);
-            if (!over)
-                return Num<F>{true, r, F(0)};
-        }
-        F x = a.asFloat(), y = b.asFloat();
-        F r = n.kind == Node::Add ? x + y : n.kind == Node::Sub ? x - y : x * y;
-        return Num<F>{false, 0, r};
-    }
-    case Node::Div: {
-        Num<F> a = evalNum(p, n.a, e), b = evalNum(p, n.b, e);
-        if (a.isInt && b.isInt && b.i != 0 && a.i % b.i == 0 &&
-            !(a.i == -kInt128Max - 1 && b.i == -1))
-            return Num<F>{true, a.i / b.i, F(0)};
-        return Num<F>{false, 0, a.asFloat() / b.asFloat()};
-    }
-    default:
-        return Num<F>{true, 0, F(0)};
-    }
-}
-
 template <class F> unsigned classOf(F f) {
     switch (std::fpclassify(f)) {
     case FP_NAN:
@@ -756,127 +535,208 @@ template <class F> unsigned classOf(F f) {
     }
 }
 
-template <class F> bool evalBool(const FilterProgram& p, int idx, const Elem<F>& e) {
-    const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
-    switch (n.kind) {
-    case Node::Or:
-        return evalBool(p, n.a, e) || evalBool(p, n.b, e);
-    case Node::And:
-        return evalBool(p, n.a, e) && evalBool(p, n.b, e);
-    case Node::Not:
-        return !evalBool(p, n.a, e);
-    case Node::Cmp:
-        return applyCmp(n.cmp, evalNum(p, n.a, e), evalNum(p, n.b, e));
-    case Node::ClassTest: {
-        bool in;
-        if (e.isInt) {
-            in = false;
-        } else if (p.nodes[static_cast<std::size_t>(n.a)].kind == Node::Value) {
-            in = (e.cls & n.classMask) != 0;
-        } else {
-            Num<F> v = evalNum(p, n.a, e);
-            in = !v.isInt && (classOf(v.f) & n.classMask) != 0;
-        }
-        return in != n.negate;
-    }
-    default:
-        return false;
-    }
+template <class F> Num<F> truth(bool b) {
+    return Num<F>{true, b ? 1 : 0, F(0)};
 }
 
-bool dependsOnValue(const FilterProgram& p, int idx) {
-    if (idx < 0)
-        return false;
-    const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
-    return n.kind == Node::Value || dependsOnValue(p, n.a) || dependsOnValue(p, n.b);
-}
-
-// Emits node idx in postfix; false when the flat form would differ from
-// the tree. depth tracks the stack the program needs.
-bool flatten(const FilterProgram& p, int idx, bool integer, std::vector<FlatStep>& out,
-             std::size_t depth, std::size_t& maxDepth) {
-    const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
-    maxDepth = std::max(maxDepth, depth + 1);
-    if (maxDepth > kFlatStack)
-        return false;
-    auto binary = [&](FlatOp op) {
-        if (!flatten(p, n.a, integer, out, depth, maxDepth) ||
-            !flatten(p, n.b, integer, out, depth + 1, maxDepth))
-            return false;
-        FlatStep st{op};
-        st.cmp = n.cmp;
-        out.push_back(st);
-        return true;
-    };
-    auto unary = [&](FlatOp op) {
-        if (!flatten(p, n.a, integer, out, depth, maxDepth))
-            return false;
-        out.push_back(FlatStep{op});
-        return true;
-    };
+// Node n over the values of its children, a and b (b unused for one child).
+template <class F>
+Num<F> evalNode(const FilterProgram& p, const NodeData& n, const Num<F>& a, const Num<F>& b,
+                const Elem<F>& e) {
     switch (n.kind) {
-    case Node::Or:
-        return binary(FlatOp::Or);
-    case Node::And:
-        return binary(FlatOp::And);
-    case Node::Not:
-        return unary(FlatOp::Not);
-    case Node::Cmp:
-        return binary(FlatOp::Cmp);
-    case Node::ClassTest: {
-        FlatStep st{FlatOp::ClassOfValue};
-        st.classMask = n.classMask;
-        st.negate = n.negate;
-        if (p.nodes[static_cast<std::size_t>(n.a)].kind == Node::Value) {
-            out.push_back(st);
-            return true;
-        }
-        if (integer)
-            return false;
-        if (!flatten(p, n.a, integer, out, depth, maxDepth))
-            return false;
-        st.op = FlatOp::ClassOfResult;
-        out.push_back(st);
-        return true;
-    }
     case Node::Value:
-        out.push_back(FlatStep{FlatOp::Value});
-        return true;
-    case Node::Const: {
-        FlatStep st{FlatOp::Const};
-        if (integer) {
-            if (!n.isInt)
-                return false;
-            st.i = n.i;
-        } else {
-            // Integers beyond 2^53 are not all doubles: exactness needs the tree.
-            if (n.isInt && (n.i > (__int128(1) << 53) || n.i < -(__int128(1) << 53)))
-                return false;
-            st.d = n.d;
-        }
-        out.push_back(st);
-        return true;
-    }
+        return Num<F>{e.isInt, e.i, e.f};
+    case Node::Const:
+        return Num<F>{n.isInt, n.i, constOf<F>(n)};
+    case Node::Neg:
+        if (a.isInt && a.i != -kInt128Max - 1)
+            return Num<F>{true, -a.i, F(0)};
+        return Num<F>{false, 0, -a.asFloat()};
+    case Node::Abs:
+        if (a.isInt && a.i != -kInt128Max - 1)
+            return Num<F>{true, a.i < 0 ? -a.i : a.i, F(0)};
+        return Num<F>{false, 0, std::fabs(a.asFloat())};
     case Node::Add:
     case Node::Sub:
-    case Node::Mul:
-    case Node::Div:
-        // Arithmetic on constants alone is exact integer arithmetic in the
-        // tree; with the element in it, it is floating point there too.
-        if (integer || !dependsOnValue(p, idx))
-            return false;
-        return binary(n.kind == Node::Add   ? FlatOp::Add
-                      : n.kind == Node::Sub ? FlatOp::Sub
-                      : n.kind == Node::Mul ? FlatOp::Mul
-                                            : FlatOp::Div);
-    case Node::Neg:
-    case Node::Abs:
-        if (integer)
-            return false;
-        return unary(n.kind == Node::Neg ? FlatOp::Neg : FlatOp::Abs);
-    default:
-        return false;
+    case Node::Mul: {
+        if (a.isInt && b.isInt) {
+            __int128 r;
+            bool over = n.kind == Node::Add   ? __builtin_add_overflow(a.i, b.i, &r)
+                        : n.kind == Node::Sub ? __builtin_sub_overflow(a.i, b.i, &r)
+                                              : __builtin_mul_overflow(a.i, b.i, &r);
+            if (!over)
+                return Num<F>{true, r, F(0)};
+        }
+        F x = a.asFloat(), y = b.asFloat();
+        F r = n.kind == Node::Add ? x + y : n.kind == Node::Sub ? x - y : x * y;
+        return Num<F>{false, 0, r};
     }
+    case Node::Div:
+        if (a.isInt && b.isInt && b.i != 0 && a.i % b.i == 0 &&
+            !(a.i == -kInt128Max - 1 && b.i == -1))
+            return Num<F>{true, a.i / b.i, F(0)};
+        return Num<F>{false, 0, a.asFloat() / b.asFloat()};
+    case Node::Or:
+        return truth<F>(a.i != 0 || b.i != 0);
+    case Node::And:
+        return truth<F>(a.i != 0 && b.i != 0);
+    case Node::Not:
+        return truth<F>(a.i == 0);
+    case Node::Cmp:
+        return truth<F>(applyCmp(n.cmp, a, b));
+    case Node::ClassTest: {
+        bool in;
+        if (e.isInt)
+            in = false;
+        else if (p.nodes[static_cast<std::size_t>(n.a)].kind == Node::Value)
+            in = (e.cls & n.classMask) != 0;
+        else
+            in = !a.isInt && (classOf(a.f) & n.classMask) != 0;
+        return truth<F>(in != n.negate);
+    }
+    default:
+        return truth<F>(false);
+    }
+}
+
+// The tree walk: the nodes in postfix order on a stack, so that a filter of
+// any length runs without recursion. Conditions are numbers 1 and 0; both
+// sides of "&&" and "||" are evaluated, which, without side effects, gives
+// the answers of short-circuit evaluation.
+template <class F> bool evalTree(const FilterProgram& p, const Elem<F>& e) {
+    constexpr std::size_t kLocal = 32;
+    Num<F> local[kLocal];
+    Num<F>* stack = local;
+    if (p.stackSize > kLocal) {
+        thread_local std::vector<Num<F>> deep;
+        if (deep.size() < p.stackSize)
+            deep.resize(p.stackSize);
+        stack = deep.data();
+    }
+    std::size_t top = 0;
+    const Num<F> none{true, 0, F(0)};
+    for (const int idx : p.order) {
+        const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
+        const std::size_t args = (n.a >= 0 ? 1 : 0) + (n.b >= 0 ? 1 : 0);
+        top -= args;
+        const Num<F>& a = args > 0 ? stack[top] : none;
+        const Num<F>& b = args > 1 ? stack[top + 1] : none;
+        stack[top] = evalNode(p, n, a, b, e);
+        ++top;
+    }
+    return stack[0].i != 0;
+}
+
+// The nodes reachable from the root, children before their parent, and the
+// stack the walk needs; built without recursion.
+void orderNodes(FilterProgram& p) {
+    std::vector<std::pair<int, bool>> work{{p.root, false}};
+    while (!work.empty()) {
+        const auto [idx, expanded] = work.back();
+        work.pop_back();
+        if (expanded) {
+            p.order.push_back(idx);
+            continue;
+        }
+        work.emplace_back(idx, true);
+        const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
+        if (n.b >= 0)
+            work.emplace_back(n.b, false);
+        if (n.a >= 0)
+            work.emplace_back(n.a, false);
+    }
+    std::size_t height = 0;
+    for (const int idx : p.order) {
+        const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
+        height = height - (n.a >= 0 ? 1 : 0) - (n.b >= 0 ? 1 : 0) + 1;
+        p.stackSize = std::max(p.stackSize, height);
+    }
+}
+
+// The postfix operations for the block runner; false when the flat form
+// would differ from the tree or need more than kFlatStack rows.
+bool flatten(const FilterProgram& p, bool integer, std::vector<FlatStep>& out) {
+    // Whether each node's value depends on the element.
+    std::vector<char> depends(p.nodes.size(), 0);
+    std::size_t height = 0;
+    for (const int idx : p.order) {
+        const NodeData& n = p.nodes[static_cast<std::size_t>(idx)];
+        depends[static_cast<std::size_t>(idx)] =
+            n.kind == Node::Value || (n.a >= 0 && depends[static_cast<std::size_t>(n.a)]) ||
+            (n.b >= 0 && depends[static_cast<std::size_t>(n.b)]);
+        FlatStep st{FlatOp::Value};
+        st.cmp = n.cmp;
+        switch (n.kind) {
+        case Node::Or:
+            st.op = FlatOp::Or;
+            break;
+        case Node::And:
+            st.op = FlatOp::And;
+            break;
+        case Node::Not:
+            st.op = FlatOp::Not;
+            break;
+        case Node::Cmp:
+            st.op = FlatOp::Cmp;
+            break;
+        case Node::ClassTest:
+            st.classMask = n.classMask;
+            st.negate = n.negate;
+            if (p.nodes[static_cast<std::size_t>(n.a)].kind == Node::Value) {
+                // The class of the element itself, from its own format: the
+                // element's value just pushed is not needed.
+                out.pop_back();
+                st.op = FlatOp::ClassOfValue;
+            } else {
+                if (integer)
+                    return false;
+                st.op = FlatOp::ClassOfResult;
+            }
+            break;
+        case Node::Value:
+            st.op = FlatOp::Value;
+            break;
+        case Node::Const:
+            st.op = FlatOp::Const;
+            if (integer) {
+                if (!n.isInt)
+                    return false;
+                st.i = n.i;
+            } else {
+                // Integers beyond 2^53 are not all doubles: exactness needs the tree.
+                if (n.isInt && (n.i > (__int128(1) << 53) || n.i < -(__int128(1) << 53)))
+                    return false;
+                st.d = n.d;
+            }
+            break;
+        case Node::Add:
+        case Node::Sub:
+        case Node::Mul:
+        case Node::Div:
+            // Arithmetic on constants alone is exact integer arithmetic in the
+            // tree; with the element in it, it is floating point there too.
+            if (integer || !depends[static_cast<std::size_t>(idx)])
+                return false;
+            st.op = n.kind == Node::Add   ? FlatOp::Add
+                    : n.kind == Node::Sub ? FlatOp::Sub
+                    : n.kind == Node::Mul ? FlatOp::Mul
+                                          : FlatOp::Div;
+            break;
+        case Node::Neg:
+        case Node::Abs:
+            if (integer)
+                return false;
+            st.op = n.kind == Node::Neg ? FlatOp::Neg : FlatOp::Abs;
+            break;
+        default:
+            return false;
+        }
+        out.push_back(st);
+        height = height - (n.a >= 0 ? 1 : 0) - (n.b >= 0 ? 1 : 0) + 1;
+        if (height > kFlatStack)
+            return false;
+    }
+    return true;
 }
 
 template <class T> bool compareFlat(CmpOp op, T a, T b) {
@@ -1000,7 +860,7 @@ bool Filter::matchesInteger(__int128 value) const {
         return true;
     if (!program_->flatInteger.empty())
         return runFlatInteger(program_->flatInteger, value);
-    return evalBool(*program_, program_->root, Elem<double>{true, value, 0.0, 0});
+    return evalTree(*program_, Elem<double>{true, value, 0.0, 0});
 }
 
 bool Filter::matchesDouble(double value, unsigned floatClass) const {
@@ -1008,7 +868,7 @@ bool Filter::matchesDouble(double value, unsigned floatClass) const {
         return true;
     if (!program_->flatDouble.empty())
         return runFlatDouble(program_->flatDouble, value, floatClass);
-    return evalBool(*program_, program_->root, Elem<double>{false, 0, value, floatClass});
+    return evalTree(*program_, Elem<double>{false, 0, value, floatClass});
 }
 
 namespace {
@@ -1175,13 +1035,13 @@ bool Filter::flattened(bool integer) const {
 bool Filter::matchesTree(__int128 i, double d, bool isInt, unsigned floatClass) const {
     if (!program_)
         return true;
-    return evalBool(*program_, program_->root, Elem<double>{isInt, i, d, floatClass});
+    return evalTree(*program_, Elem<double>{isInt, i, d, floatClass});
 }
 
 bool Filter::matchesLongDouble(long double value, unsigned floatClass) const {
     if (!program_)
         return true;
-    return evalBool(*program_, program_->root, Elem<long double>{false, 0, value, floatClass});
+    return evalTree(*program_, Elem<long double>{false, 0, value, floatClass});
 }
 
 Result<Filter> compileFilter(std::string_view text) {
@@ -1199,16 +1059,14 @@ Result<Filter> compileFilter(std::string_view text) {
         return *err;
     FilterParser parser(std::move(toks));
     int root = -1;
-    ParseFail fail;
-    if (!parser.parse(root, fail))
-        return filterError(fail.column, fail.message);
+    if (auto err = parser.parse(root))
+        return *err;
     auto prog = std::make_shared<FilterProgram>(std::move(parser.prog));
     prog->root = root;
-    std::size_t depth = 0;
-    if (!flatten(*prog, root, false, prog->flatDouble, 0, depth))
+    orderNodes(*prog);
+    if (!flatten(*prog, false, prog->flatDouble))
         prog->flatDouble.clear();
-    depth = 0;
-    if (!flatten(*prog, root, true, prog->flatInteger, 0, depth))
+    if (!flatten(*prog, true, prog->flatInteger))
         prog->flatInteger.clear();
     f.program_ = std::move(prog);
     f.text_ = std::string(text.substr(b, e - b));

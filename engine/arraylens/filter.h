@@ -30,6 +30,10 @@ namespace arraylens {
 
 struct FilterProgram;
 
+// Parentheses, "abs(" and negations nested deeper than this are refused:
+// "The filter is nested too deeply (more than 256 levels)."
+constexpr std::size_t kMaxFilterDepth = 256;
+
 class Filter {
 public:
     Filter() = default; // passes everything

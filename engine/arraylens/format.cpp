@@ -96,14 +96,14 @@ std::string integerText(ElementKind kind, const unsigned char* p, DataFormat for
     case DataFormat::DecHex:
         return dec + " (" + hexText(bits) + ")";
     case DataFormat::Character:
-        return dec + " " + charLiteral(static_cast<std::uint32_t>(bits));
+        return dec + " " + charLiteral(bits);
     case DataFormat::Decimal:
         return dec;
     default:
         break;
     }
     if (character)
-        return dec + " " + charLiteral(static_cast<std::uint32_t>(bits));
+        return dec + " " + charLiteral(bits);
     if constexpr (T::isLogical) {
         const bool fortran =
             kind == ElementKind::FortranLogical1 || kind == ElementKind::FortranLogical2 ||
@@ -117,7 +117,7 @@ std::string integerText(ElementKind kind, const unsigned char* p, DataFormat for
 
 } // namespace
 
-std::string charLiteral(std::uint32_t code) {
+std::string charLiteral(std::uint64_t code) {
     std::string s = "'";
     switch (code) {
     case '\0':
@@ -151,15 +151,18 @@ std::string charLiteral(std::uint32_t code) {
         s += "\\\\";
         break;
     default: {
-        char buf[16];
+        char buf[24];
         if (code >= 0x20 && code < 0x7f)
             s += static_cast<char>(code);
         else if (code < 0x100)
-            std::snprintf(buf, sizeof buf, "\\%03o", code), s += buf;
+            std::snprintf(buf, sizeof buf, "\\%03o", static_cast<unsigned>(code)), s += buf;
         else if (code < 0x10000)
-            std::snprintf(buf, sizeof buf, "\\u%04x", code), s += buf;
-        else
-            std::snprintf(buf, sizeof buf, "\\U%08x", code), s += buf;
+            std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(code)), s += buf;
+        else if (code <= 0xffffffffu)
+            std::snprintf(buf, sizeof buf, "\\U%08x", static_cast<unsigned>(code)), s += buf;
+        else // all the bits of a 64-bit value: no code, but nothing dropped
+            std::snprintf(buf, sizeof buf, "\\x%llx", static_cast<unsigned long long>(code)),
+                s += buf;
     }
     }
     return s + "'";

@@ -27,6 +27,8 @@ enum class DataFormat : int {
 std::string formatElement(ElementKind kind, const unsigned char* p, DataFormat format);
 
 // A character code as a C character literal: 'a', '\n', '\377', '\u03bb'.
-std::string charLiteral(std::uint32_t code);
+// Codes beyond 32 bits (the bits of a 64-bit integer) keep all their bits
+// as a hexadecimal escape: '\x100000041'.
+std::string charLiteral(std::uint64_t code);
 
 } // namespace arraylens

@@ -1,5 +1,7 @@
 #include "slice.h"
 
+#include "textquote.h"
+
 #include <cctype>
 #include <limits>
 #include <optional>
@@ -75,11 +77,15 @@ private:
         }
         return false;
     }
-    Error expected(const std::string& what) {
-        return Error{ErrorCode::BadSlice, "Cannot read the slice '" + std::string(text_) +
-                                              "' at column " + std::to_string(pos_ + 1) +
-                                              ": expected " + what + "."};
+    // "Cannot read the slice '...' at column N: <what>.", the column at the
+    // current position, the slice quoted around it.
+    Error readError(const std::string& what) const {
+        const std::size_t column = charColumn(text_, pos_);
+        return Error{ErrorCode::BadSlice, "Cannot read the slice '" + quoteAround(text_, column) +
+                                              "' at column " + std::to_string(column) + ": " +
+                                              what + "."};
     }
+    Error expected(const std::string& what) const { return readError("expected " + what); }
 
     // [+-]digits, blanks around; nothing there gives no value.
     std::optional<Error> number(std::optional<std::int64_t>& out) {
@@ -104,9 +110,7 @@ private:
             if (v < (lowest + d) / 10) {
                 pos_ = begin;
                 skipBlanks();
-                return Error{ErrorCode::BadSlice, "Cannot read the slice '" + std::string(text_) +
-                                                      "' at column " + std::to_string(pos_ + 1) +
-                                                      ": the number is too large."};
+                return readError("the number is too large");
             }
             v = v * 10 - d;
             ++pos_;
@@ -115,9 +119,7 @@ private:
             if (v == lowest) {
                 pos_ = begin;
                 skipBlanks();
-                return Error{ErrorCode::BadSlice, "Cannot read the slice '" + std::string(text_) +
-                                                      "' at column " + std::to_string(pos_ + 1) +
-                                                      ": the number is too large."};
+                return readError("the number is too large");
             }
             v = -v;
         }
@@ -303,7 +305,7 @@ Layout layoutOf(const ArrayDescriptor& array, const std::vector<SliceDim>& dims)
             offset += (d.start - a.lower) * a.byteStride;
         if (!d.fixed) {
             l.extents.push_back(d.count);
-            l.byteStrides.push_back(d.stride * a.byteStride);
+            l.byteStrides.push_back(d.byteStep(a.byteStride));
         } else if (d.count == 0) {
             l.extents.push_back(0);
             l.byteStrides.push_back(0);

@@ -26,7 +26,15 @@ struct SliceDim {
     std::int64_t count = 0; // indices selected
     bool fixed = false;     // one index given: dropped from the result's rank
     std::int64_t last() const { return start + (count - 1) * stride; }
+    // The index of the k-th selected one, for k from 0 to count - 1.
     std::int64_t index(std::int64_t k) const { return start + k * stride; }
+    // Bytes from one selected element to the next, over a dimension whose
+    // elements lie byteStride apart. With one element selected the stride
+    // can be anything up to 2^63 and is never stepped: the dimension's own
+    // byte stride stands in, where the product could overflow.
+    std::int64_t byteStep(std::int64_t byteStride) const {
+        return count > 1 ? stride * byteStride : byteStride;
+    }
 };
 
 struct Slice {

@@ -7,6 +7,7 @@
 #include "walk.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace arraylens {
 
@@ -14,6 +15,11 @@ namespace {
 
 Error tableError(const std::string& message) {
     return Error{ErrorCode::BadRequest, message};
+}
+
+// The number, from 1, of a dimension given from 0; any 64-bit value.
+std::string dimensionNumber(std::int64_t d) {
+    return std::to_string(static_cast<std::uint64_t>(d) + 1);
 }
 
 std::string dimensionNumbers(std::size_t n) {
@@ -36,30 +42,49 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
     const Slice& slice = parsed.value();
     const std::size_t n = array.dims.size();
 
-    // The plane: the last two dimensions of a C-form slice, the first two of
-    // a Fortran-form one, unless the request names them.
-    int rowDim = options.rowDim, colDim = options.colDim;
+    // The plane, when the request leaves it open, is made of the dimensions
+    // the slice keeps: the last two for a C-form slice, the first two for a
+    // Fortran-form one, so that `[:][:][2]` of a cube shows a whole square.
+    // Where the slice keeps fewer than two, fixed dimensions make up the pair,
+    // nearest to that end first. Rows run along the earlier of the two. A
+    // request that names both dimensions gets exactly those.
+    std::int64_t rowDim = options.rowDim, colDim = options.colDim;
     if (n == 1) {
         if (rowDim > 0)
-            return tableError("Row dimension " + std::to_string(rowDim + 1) +
+            return tableError("Row dimension " + dimensionNumber(rowDim) +
                               " does not exist: the array has 1 dimension.");
         rowDim = 0;
         colDim = -1;
     } else {
-        const bool cForm = slice.form == Language::C;
-        if (rowDim < 0)
-            rowDim = cForm ? static_cast<int>(n) - 2 : 0;
-        if (colDim < 0)
-            colDim = cForm ? static_cast<int>(n) - 1 : 1;
-        if (static_cast<std::size_t>(rowDim) >= n)
-            return tableError("Row dimension " + std::to_string(rowDim + 1) +
+        if (rowDim < 0 || colDim < 0) {
+            const bool cForm = slice.form == Language::C;
+            std::vector<std::size_t> preferred;
+            for (bool kept : {true, false})
+                for (std::size_t k = 0; k < n; ++k) {
+                    const std::size_t d = cForm ? n - 1 - k : k;
+                    if (!slice.dims[d].fixed == kept)
+                        preferred.push_back(d);
+                }
+            const auto r0 = static_cast<std::int64_t>(std::min(preferred[0], preferred[1]));
+            const auto c0 = static_cast<std::int64_t>(std::max(preferred[0], preferred[1]));
+            if (rowDim < 0 && colDim < 0) {
+                rowDim = r0;
+                colDim = c0;
+            } else if (rowDim < 0) {
+                rowDim = r0 != colDim ? r0 : c0;
+            } else {
+                colDim = c0 != rowDim ? c0 : r0;
+            }
+        }
+        if (static_cast<std::uint64_t>(rowDim) >= n)
+            return tableError("Row dimension " + dimensionNumber(rowDim) +
                               " does not exist: the array has " + dimensionNumbers(n) + ".");
-        if (static_cast<std::size_t>(colDim) >= n)
-            return tableError("Column dimension " + std::to_string(colDim + 1) +
+        if (static_cast<std::uint64_t>(colDim) >= n)
+            return tableError("Column dimension " + dimensionNumber(colDim) +
                               " does not exist: the array has " + dimensionNumbers(n) + ".");
         if (rowDim == colDim)
             return tableError("Rows and columns cannot both run along dimension " +
-                              std::to_string(rowDim + 1) + ".");
+                              dimensionNumber(rowDim) + ".");
     }
 
     Table t;
@@ -68,8 +93,8 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
     t.filter = filter->text();
     t.emptySlice = wholeArraySliceText(array);
     t.dimCount = static_cast<int>(n);
-    t.rowDim = rowDim;
-    t.colDim = colDim;
+    t.rowDim = static_cast<int>(rowDim);
+    t.colDim = static_cast<int>(colDim);
     t.dataFormat = options.format;
     t.dataType = dataTypeOf(array.kind);
 
@@ -78,7 +103,7 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
     std::vector<SliceDim> dims = slice.dims;
     bool empty = false;
     for (std::size_t d = 0; d < n; ++d) {
-        if (static_cast<int>(d) == rowDim || static_cast<int>(d) == colDim)
+        if (static_cast<std::int64_t>(d) == rowDim || static_cast<std::int64_t>(d) == colDim)
             continue;
         SliceDim& s = dims[d];
         if (s.count == 0) {
@@ -128,11 +153,21 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
     t.visibleRowCount = vr;
     t.colOffset = sc;
     t.visibleColCount = vc;
-    t.dataStartRow = row.index(sr);
-    t.dataEndRow = row.index(er);
-    t.dataStartCol = col.index(sc);
-    t.dataEndCol = col.index(ec);
-    const std::uint64_t cellCount = static_cast<std::uint64_t>(vr) * static_cast<std::uint64_t>(vc);
+    // Array indices of the viewport's corners; a corner outside the table
+    // takes the nearest row or column inside it.
+    const auto indexNear = [](const SliceDim& d, std::int64_t k) {
+        return d.index(std::clamp<std::int64_t>(k, 0, std::max<std::int64_t>(d.count - 1, 0)));
+    };
+    t.dataStartRow = indexNear(row, sr);
+    t.dataEndRow = indexNear(row, er);
+    t.dataStartCol = indexNear(col, sc);
+    t.dataEndCol = indexNear(col, ec);
+    // Both counts can pass 2^32: the product is taken in 128 bits.
+    const unsigned __int128 cells =
+        static_cast<unsigned __int128>(vr) * static_cast<std::uint64_t>(vc);
+    const std::uint64_t cellCount = cells > std::numeric_limits<std::uint64_t>::max()
+                                        ? std::numeric_limits<std::uint64_t>::max()
+                                        : static_cast<std::uint64_t>(cells);
     if (cellCount > options.maxCells)
         return Error{ErrorCode::TooLarge, "The table view has " + std::to_string(cellCount) +
                                               " cells, more than the " +
@@ -148,18 +183,18 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
     std::int64_t offset = 0;
     for (std::size_t d = 0; d < n; ++d) {
         std::int64_t first = dims[d].start;
-        if (static_cast<int>(d) == rowDim)
+        if (static_cast<std::int64_t>(d) == rowDim)
             first = row.index(sr);
-        else if (static_cast<int>(d) == colDim)
+        else if (static_cast<std::int64_t>(d) == colDim)
             first = col.index(sc);
         offset += (first - array.dims[d].lower) * array.dims[d].byteStride;
     }
     layout.base = array.address + static_cast<std::uint64_t>(offset);
     layout.extents = {vr, vc};
-    layout.byteStrides = {row.stride * array.dims[static_cast<std::size_t>(rowDim)].byteStride,
-                          colDim >= 0
-                              ? col.stride * array.dims[static_cast<std::size_t>(colDim)].byteStride
-                              : static_cast<std::int64_t>(array.elementSize)};
+    layout.byteStrides = {
+        row.byteStep(array.dims[static_cast<std::size_t>(rowDim)].byteStride),
+        colDim >= 0 ? col.byteStep(array.dims[static_cast<std::size_t>(colDim)].byteStride)
+                    : static_cast<std::int64_t>(array.elementSize)};
     const TilePlan plan(layout, options.tileBytes);
     t.cells.assign(static_cast<std::size_t>(cellCount), std::string());
     const Filter& f = filter.value();

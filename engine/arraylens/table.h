@@ -26,10 +26,11 @@ struct Viewport {
 
 struct TableOptions : PassOptions {
     // Array dimensions (from 0, declaration order) down the rows and across
-    // the columns; negative: the last two dimensions for a C-form slice, the
-    // first two for a Fortran-form one. A one-dimensional array gives one
-    // column.
-    int rowDim = -1, colDim = -1;
+    // the columns; negative: of the dimensions the slice keeps, the last two
+    // for a C-form slice, the first two for a Fortran-form one. A
+    // one-dimensional array gives one column. Any 64-bit value is answered:
+    // one beyond the array's dimensions is refused in words.
+    std::int64_t rowDim = -1, colDim = -1;
     DataFormat format = DataFormat::Default;
     // Only the cells of the viewport are read and formatted; without it
     // the whole table.

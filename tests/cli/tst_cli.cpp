@@ -94,6 +94,41 @@ TEST(CliOptions, BadUsageIsRefused) {
     }
 }
 
+TEST(CliOptions, RowsColumnsAndDimensionsAreSixtyFourBit) {
+    Options o;
+    QString error;
+    ASSERT_TRUE(parse({"table", "--expr", "x", "--rows", "2999999990:2999999999", "--cols",
+                       "4294967296:4294967299", "--row-dim", "2147483647", "--col-dim",
+                       "-9223372036854775808", "--", "p"},
+                      o, error))
+        << error.toStdString();
+    EXPECT_EQ(o.startRow, 2999999990LL);
+    EXPECT_EQ(o.endRow, 2999999999LL);
+    EXPECT_EQ(o.startCol, 4294967296LL);
+    EXPECT_EQ(o.endCol, 4294967299LL);
+    EXPECT_EQ(o.rowDim, 2147483647LL);
+    EXPECT_EQ(o.colDim, std::numeric_limits<qint64>::min());
+    const QList<QPair<QStringList, QString>> refused = {
+        {{"--rows", "0:99999999999999999999"},
+         "Bad value '0:99999999999999999999' for --rows: 99999999999999999999 is beyond the "
+         "64-bit range."},
+        {{"--cols", "-1:5"}, "Bad value '-1:5' for --cols: rows and columns count from 0."},
+        {{"--rows", "9:3"}, "Bad value '9:3' for --rows: the end 3 is before the start 9."},
+        {{"--rows", "7"}, "Bad value '7' for --rows: write it as a:b, for example 0:39."},
+        {{"--row-dim", "9223372036854775808"},
+         "Bad value '9223372036854775808' for --row-dim: 9223372036854775808 is beyond the "
+         "64-bit range."},
+        {{"--col-dim", "two"}, "Bad value 'two' for --col-dim: 'two' is not a whole number."},
+    };
+    for (const auto& [args, words] : refused) {
+        Options bad;
+        QString why;
+        EXPECT_FALSE(
+            parse(QStringList{"table", "--expr", "x"} + args + QStringList{"--", "p"}, bad, why));
+        EXPECT_EQ(why, words);
+    }
+}
+
 TEST(CliJson, ValuesKeepTheirExactForm) {
     EXPECT_EQ(valueToJson(QVariant(qlonglong(9007199254740993LL))), QByteArray("9007199254740993"));
     EXPECT_EQ(valueToJson(QVariant(qulonglong(18446744073709551615ULL))),
@@ -228,6 +263,23 @@ TEST_F(CliRuns, InfoTableAndPlot) {
     ASSERT_EQ(plot.exitCode, 0) << plot.err.toStdString();
     EXPECT_EQ(plot.json.value("AllEvaluations").toArray().size(), 64);
     EXPECT_EQ(plot.json.value("Rank").toInt(), 1);
+}
+
+TEST_F(CliRuns, RowsAndDimensionsPastTwoToTheThirtyOne) {
+    // A viewport past 2^31 travels whole to the engine and back: clamped
+    // to the plate's 48 rows it holds no cell, and says where it began.
+    CliRun far = heat("table", {"--expr", "plate", "--rows", "2999999990:2999999999"});
+    ASSERT_EQ(far.exitCode, 0) << far.err.toStdString();
+    EXPECT_TRUE(far.out.contains("\"TableStartRow\":2999999990,")) << far.out.toStdString();
+    EXPECT_EQ(far.json.value("RowCount").toInt(), 48);
+    EXPECT_TRUE(far.json.value("TableDataList").toArray().isEmpty());
+    // A dimension number at the end of the int range is refused in words.
+    CliRun dim = heat("table", {"--expr", "plate", "--row-dim", "2147483647", "--col-dim", "0"});
+    EXPECT_EQ(dim.exitCode, 1);
+    EXPECT_EQ(dim.json.value("msg").toString(),
+              QStringLiteral("Row dimension 2147483648 does not exist: the array has 2 "
+                             "dimensions."));
+    EXPECT_TRUE(dim.out.contains("\"RowDim\":2147483647,")) << dim.out.toStdString();
 }
 
 TEST_F(CliRuns, CoreFile) {

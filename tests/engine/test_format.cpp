@@ -62,6 +62,24 @@ TEST(Format, Characters) {
     EXPECT_EQ(fmt(ElementKind::Int8, std::int8_t(65), DataFormat::Character), "65 'A'");
 }
 
+TEST(Format, CharacterFormatKeepsAllSixtyFourBits) {
+    // 2^32 + 65 is not 'A': the high bits are not dropped.
+    EXPECT_EQ(fmt(ElementKind::Int64, std::int64_t(4294967361LL), DataFormat::Character),
+              "4294967361 '\\x100000041'");
+    EXPECT_EQ(fmt(ElementKind::Int64, std::int64_t(-1), DataFormat::Character),
+              "-1 '\\xffffffffffffffff'");
+    EXPECT_EQ(
+        fmt(ElementKind::UInt64, std::numeric_limits<std::uint64_t>::max(), DataFormat::Character),
+        "18446744073709551615 '\\xffffffffffffffff'");
+    EXPECT_EQ(fmt(ElementKind::FortranInteger8, std::int64_t(1LL << 32), DataFormat::Character),
+              "4294967296 '\\x100000000'");
+    // Values that fit in 32 bits read as before.
+    EXPECT_EQ(fmt(ElementKind::Int64, std::int64_t(65), DataFormat::Character), "65 'A'");
+    EXPECT_EQ(fmt(ElementKind::UInt64, std::uint64_t(0x1f600), DataFormat::Character),
+              "128512 '\\U0001f600'");
+    EXPECT_EQ(fmt(ElementKind::Int32, std::int32_t(-1), DataFormat::Character), "-1 '\\Uffffffff'");
+}
+
 TEST(Format, Logicals) {
     EXPECT_EQ(fmt(ElementKind::Bool, std::uint8_t(1), DataFormat::Automatic), "true");
     EXPECT_EQ(fmt(ElementKind::Bool, std::uint8_t(0), DataFormat::Automatic), "false");

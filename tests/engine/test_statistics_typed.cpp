@@ -438,13 +438,25 @@ TYPED_TEST(EngineKinds, PlotValuesMatchReference) {
 }
 
 // The default plane of every slice: its cells are the reference elements,
-// and those that fail the filter are empty.
+// and those that fail the filter are empty. The plane is made of the
+// dimensions the slice keeps, the last two of a C-form slice and the first
+// two of a Fortran-form one, fixed ones making up the pair when fewer are
+// kept; rows run along the earlier one.
 TYPED_TEST(EngineKinds, TableCellsMatchReference) {
     for (const LayoutCase& layout : this->layouts) {
         for (const SliceCase& sc : layout.slices) {
             const bool cForm =
                 sc.text.empty() ? layout.array.language == Language::C : sc.text[0] == '[';
-            const std::size_t rowDim = cForm ? 1 : 0, colDim = cForm ? 2 : 1;
+            const std::size_t n = sc.ranges.size();
+            std::vector<std::size_t> order;
+            for (bool kept : {true, false})
+                for (std::size_t k = 0; k < n; ++k) {
+                    const std::size_t d = cForm ? n - 1 - k : k;
+                    if (sc.ranges[d].fixed != kept)
+                        order.push_back(d);
+                }
+            const std::size_t rowDim = std::min(order[0], order[1]);
+            const std::size_t colDim = std::max(order[0], order[1]);
             std::vector<RefRange> plane = sc.ranges;
             for (std::size_t d = 0; d < plane.size(); ++d)
                 if (d != rowDim && d != colDim)

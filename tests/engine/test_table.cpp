@@ -249,3 +249,112 @@ TEST(ArrayInformation, RefusesBadDescriptors) {
 }
 
 } // namespace
+
+namespace {
+
+// A 5x5x5 cube whose element [i][j][k] holds 100 i + 10 j + k.
+struct SmallCube {
+    std::vector<std::int32_t> data = std::vector<std::int32_t>(125);
+    ArrayDescriptor c, f;
+    SmallCube() {
+        for (int i = 0; i < 5; ++i)
+            for (int j = 0; j < 5; ++j)
+                for (int k = 0; k < 5; ++k)
+                    data[static_cast<std::size_t>((i * 5 + j) * 5 + k)] = 100 * i + 10 * j + k;
+        c = ArrayDescriptor::cArray(ElementKind::Int32,
+                                    reinterpret_cast<std::uintptr_t>(data.data()), {5, 5, 5});
+        // The same memory as a Fortran array x(0:4,0:4,0:4): x(k,j,i).
+        f = ArrayDescriptor::fortranArray(ElementKind::FortranInteger4,
+                                          reinterpret_cast<std::uintptr_t>(data.data()),
+                                          {{0, 4}, {0, 4}, {0, 4}});
+    }
+    BufferReader reader() const { return BufferReader(data.data(), data.size() * 4); }
+};
+
+TEST(Table, DefaultPlaneIsMadeOfTheDimensionsTheSliceKeeps) {
+    SmallCube cube;
+    BufferReader r = cube.reader();
+    Result<Table> t = tableCells(cube.c, r, "[:][:][2]", "");
+    ASSERT_TRUE(t.ok()) << t.message();
+    EXPECT_EQ(t->rowDim, 0);
+    EXPECT_EQ(t->colDim, 1);
+    EXPECT_EQ(t->rowCount, 5);
+    EXPECT_EQ(t->colCount, 5);
+    EXPECT_EQ(t->slice, "[0:4:1][0:4:1][2:2:1]");
+    EXPECT_EQ(t->cell(3, 4), "342");
+    // C form: the last two kept; the first dimension stays fixed at its
+    // slice's first index.
+    Result<Table> k = tableCells(cube.c, r, "[3:4][1][::2]", "");
+    ASSERT_TRUE(k.ok()) << k.message();
+    EXPECT_EQ(k->rowDim, 0);
+    EXPECT_EQ(k->colDim, 2);
+    EXPECT_EQ(k->rowCount, 2);
+    EXPECT_EQ(k->colCount, 3);
+    EXPECT_EQ(k->cell(1, 2), "414");
+    // Fortran form: the first two kept.
+    Result<Table> ft = tableCells(cube.f, r, "(2,:,:)", "");
+    ASSERT_TRUE(ft.ok()) << ft.message();
+    EXPECT_EQ(ft->rowDim, 1);
+    EXPECT_EQ(ft->colDim, 2);
+    EXPECT_EQ(ft->rowCount, 5);
+    EXPECT_EQ(ft->colCount, 5);
+    EXPECT_EQ(ft->cell(1, 3), "312"); // x(2,1,3)
+    Result<Table> fk = tableCells(cube.f, r, "(:,4,1:3)", "");
+    ASSERT_TRUE(fk.ok()) << fk.message();
+    EXPECT_EQ(fk->rowDim, 0);
+    EXPECT_EQ(fk->colDim, 2);
+    EXPECT_EQ(fk->colCount, 3);
+    EXPECT_EQ(fk->cell(0, 2), "340"); // x(0,4,3)
+}
+
+TEST(Table, DefaultPlaneWithFewerThanTwoKeptDimensions) {
+    SmallCube cube;
+    BufferReader r = cube.reader();
+    // One kept: it runs down the rows or across the columns with the
+    // fixed dimension nearest to the form's end.
+    Result<Table> down = tableCells(cube.c, r, "[:][1][2]", "");
+    ASSERT_TRUE(down.ok()) << down.message();
+    EXPECT_EQ(down->rowDim, 0);
+    EXPECT_EQ(down->colDim, 2);
+    EXPECT_EQ(down->rowCount, 5);
+    EXPECT_EQ(down->colCount, 1);
+    EXPECT_EQ(down->cell(4, 0), "412");
+    Result<Table> across = tableCells(cube.c, r, "[1][2][:]", "");
+    ASSERT_TRUE(across.ok()) << across.message();
+    EXPECT_EQ(across->rowDim, 1);
+    EXPECT_EQ(across->colDim, 2);
+    EXPECT_EQ(across->rowCount, 1);
+    EXPECT_EQ(across->colCount, 5);
+    // None kept: the last two dimensions, as before.
+    Result<Table> none = tableCells(cube.c, r, "[1][2][3]", "");
+    ASSERT_TRUE(none.ok()) << none.message();
+    EXPECT_EQ(none->rowDim, 1);
+    EXPECT_EQ(none->colDim, 2);
+    EXPECT_EQ(none->cells, (std::vector<std::string>{"123"}));
+}
+
+TEST(Table, NamedDimensionsAreTakenAsGiven) {
+    SmallCube cube;
+    BufferReader r = cube.reader();
+    // The data table names both: a fixed dimension in the plane gives one
+    // column, exactly as it always did.
+    TableOptions o = TableOptions::Defaults();
+    o.rowDim = 1;
+    o.colDim = 2;
+    Result<Table> t = tableCells(cube.c, r, "[:][:][2]", "", o);
+    ASSERT_TRUE(t.ok()) << t.message();
+    EXPECT_EQ(t->rowCount, 5);
+    EXPECT_EQ(t->colCount, 1);
+    EXPECT_EQ(t->slice, "[0:0:1][0:4:1][2:2:1]");
+    EXPECT_EQ(t->cell(3, 0), "32");
+    // One named: the other is the default that differs from it.
+    o.rowDim = -1;
+    o.colDim = 0;
+    Result<Table> one = tableCells(cube.c, r, "[:][:][2]", "", o);
+    ASSERT_TRUE(one.ok()) << one.message();
+    EXPECT_EQ(one->rowDim, 1);
+    EXPECT_EQ(one->colDim, 0);
+    EXPECT_EQ(one->cell(4, 1), "142");
+}
+
+} // namespace
