@@ -7,8 +7,8 @@
 // The program writes every array's values, in logical index order (first
 // index slowest, whatever the storage order), to its reference file, then
 // stops once at the line marked "arraylens-break: main".
-#include <armadillo>
 #include <Eigen/Dense>
+#include <armadillo>
 #include <blitz/array.h>
 #include <boost/multi_array.hpp>
 #include <xtensor/xarray.hpp>
@@ -55,8 +55,7 @@ template <> constexpr ref_kind kindOf<long>() {
 // with the first index slowest, and the first, a middle and the last element
 // by their indices.
 template <class T, std::size_t Rank, class At>
-void report(FILE* f, const char* name, const std::array<std::array<long, 2>, Rank>& bounds,
-            At at) {
+void report(FILE* f, const char* name, const std::array<std::array<long, 2>, Rank>& bounds, At at) {
     std::vector<T> values;
     std::array<long, Rank> index;
     std::string bound;
@@ -301,8 +300,7 @@ int main(int argc, char** argv) {
     report<double, 2>(ref, "laplacian", {{{0, m - 1}, {0, m + 1}}},
                       [&](auto i) { return laplacian(i[0], i[1]); });
     report<double, 1>(ref, "load", {{{0, m - 1}}}, [&](auto i) { return load(i[0]); });
-    report<double, 1>(ref, "deflection", {{{0, m - 1}}},
-                      [&](auto i) { return deflection(i[0]); });
+    report<double, 1>(ref, "deflection", {{{0, m - 1}}}, [&](auto i) { return deflection(i[0]); });
     report<double, 2>(ref, "jacobian", {{{0, 7}, {0, 3}}},
                       [&](auto i) { return jacobian(i[0], i[1]); });
     report<float, 2>(ref, "pose", {{{0, 3}, {0, 3}}}, [&](auto i) { return pose(i[0], i[1]); });
@@ -329,8 +327,7 @@ int main(int argc, char** argv) {
                       [&](auto i) { return pressure[i[0]][i[1]][i[2]]; });
     report<float, 2>(ref, "velocity", {{{1, 4}, {1, 6}}},
                      [&](auto i) { return velocity[i[0]][i[1]]; });
-    report<double, 2>(ref, "stage", {{{0, 4}, {0, 7}}},
-                      [&](auto i) { return stage[i[0]][i[1]]; });
+    report<double, 2>(ref, "stage", {{{0, 4}, {0, 7}}}, [&](auto i) { return stage[i[0]][i[1]]; });
 
     report<double, 3>(ref, "density", {{{0, 3}, {0, 4}, {0, 2}}},
                       [&](auto i) { return density(i[0], i[1], i[2]); });

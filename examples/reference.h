@@ -369,15 +369,16 @@ static inline void ref_elem(FILE* f, const char* name, const char* index, ref_ki
 }
 
 /* Every element, in the order the array lists them (first index slowest,
- * whatever the storage order), blank-separated on one line: for tests that
- * check each value or work out their own statistics. */
+ * whatever the storage order), comma-separated on one line as the Fortran
+ * side writes them: for tests that check each value or work out their own
+ * statistics. */
 static inline void ref_values(FILE* f, const char* name, ref_kind k, const void* data,
                               size_t count) {
     size_t i;
     fprintf(f, "%s.values=", name);
     for (i = 0; i < count; ++i) {
         if (i > 0)
-            fputc(' ', f);
+            fputc(',', f);
         ref_put_value(f, k, ref_load(k, data, i));
     }
     fputc('\n', f);
