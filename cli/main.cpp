@@ -198,10 +198,10 @@ int run(const cli::Options& o) {
     }
     timings.stage("run to breakpoint");
 
+    // Not evaluated first: the request resolves the expression itself, in the
+    // innermost frame of the stopped thread, so it is evaluated once per run
+    // (a function it calls runs once).
     std::unique_ptr<IHVExpression> expression(debugger.createExpression(o.expression));
-    auto evaluation = expression->evaluate(debugger.currentFrame());
-    waitFor([&] { return evaluation.isFinished(); }, kCommandTimeoutMs);
-    timings.stage("evaluate");
 
     auto future = debugger.sendRequest(buildRequest(o, expression.get()));
     waitFor([&] { return future.isFinished(); }, kStopTimeoutMs);

@@ -7,18 +7,6 @@
 !   2. section     - in strided(), whose y(:,:) is field(1:10:2,:);
 !   3. main        - in the main program, `a` allocated as a(3,4).
 
-module arraylens_stop
-    use, intrinsic :: iso_c_binding, only: c_int
-    implicit none
-contains
-    ! A place to stop; bind(C) keeps the symbol name plain.
-    subroutine arraylens_break(stop_number) bind(C, name='arraylens_break')
-        integer(c_int), value :: stop_number
-        integer, save, volatile :: stops = 0
-        stops = stops + stop_number
-    end subroutine
-end module arraylens_stop
-
 module sections
     use, intrinsic :: iso_fortran_env, only: int64, real64
     use reference_values

@@ -1,5 +1,7 @@
 #include "arrayresolver.h"
 
+#include "describer.h"
+
 namespace arraylens::gdb {
 
 namespace {
@@ -157,15 +159,7 @@ MiReplyPtr ArrayResolver::run(const QString& command, Failure& failure) {
     }
     if (reply->isError()) {
         const QString msg = reply->errorMessage();
-        Failure::Kind kind = Failure::Kind::Gdb;
-        if (msg.contains(QLatin1String("while the target is running")) ||
-            msg.contains(QLatin1String("Selected thread is running")))
-            kind = Failure::Kind::Running;
-        else if (msg.contains(QLatin1String("The program is not being run")) ||
-                 msg.contains(QLatin1String("No registers")) ||
-                 msg.contains(QLatin1String("No stack")))
-            kind = Failure::Kind::Exited;
-        failure = {kind, msg};
+        failure = {failureKindOf(msg), msg};
         return nullptr;
     }
     return reply;
@@ -272,97 +266,53 @@ bool ArrayResolver::describe(const FrameInfo& frame, const QString& expression, 
         return false;
     facts = ArrayFacts();
     facts.expression = expression;
-    QString out;
-    if (!console(frame, QStringLiteral("show language"), out, failure))
-        return false;
-    facts.language = languageFromShowLanguage(out);
-    facts.fortran = isFortranLanguage(facts.language);
-    if (facts.fortran) {
-        if (const auto cast = splitFortranCast(expression))
-            return describeFortranCast(frame, *cast, layout, facts, failure);
-    }
-
-    if (!console(frame, QStringLiteral("whatis ") + expression, out, failure))
-        return false;
-    facts.typeText = typeFromWhatis(out);
-    TypeShape shape = facts.fortran ? parseFortranType(facts.typeText) : parseCType(facts.typeText);
-    if (!shape.isArray && !shape.isPointer && !facts.fortran) {
-        // A typedef of an array (std::array's member) shows as its name:
-        // ptype gives the array type behind it.
-        if (!console(frame, QStringLiteral("ptype ") + expression, out, failure))
+    if (const auto cast = splitFortranCast(expression)) {
+        // `{T} E`: in a Fortran frame, and for a container in C++, a cast of
+        // the service's own that gdb never sees; otherwise gdb's own
+        // `{type} address`. E's facts decide, from the one evaluation of E.
+        ArrayFacts base;
+        base.expression = cast->expression;
+        Failure baseFailure;
+        CastElement element;
+        const QString castElement = parseCType(cast->type).elementType;
+        const bool described =
+            describeValue(frame, cast->expression.isEmpty() ? expression : cast->expression, layout,
+                          castElement, base, baseFailure, &element);
+        if (baseFailure.kind == Failure::Kind::Lost || baseFailure.kind == Failure::Kind::Running ||
+            baseFailure.kind == Failure::Kind::Exited ||
+            baseFailure.kind == Failure::Kind::TimedOut) {
+            failure = baseFailure;
             return false;
-        const TypeShape resolved = parseCType(typeFromWhatis(out));
-        if (resolved.isArray)
-            shape = resolved;
+        }
+        if (base.fortran) {
+            facts.language = base.language;
+            facts.fortran = true;
+            return describeFortranCast(*cast, base, baseFailure, layout, facts, failure);
+        }
+        if (described && !base.family.isEmpty())
+            return describeContainerCast(*cast, base, element, facts, failure);
     }
-    facts.isArray = shape.isArray;
-    facts.isPointer = shape.isPointer;
-    facts.dims = shape.dims;
-    facts.problem = shape.problem;
-    if (!layout || !facts.isArray)
-        return true;
-    if (!facts.problem.isEmpty()) {
+    return describeValue(frame, expression, layout, QString(), facts, failure);
+}
+
+bool ArrayResolver::describeValue(const FrameInfo& frame, const QString& expression, bool layout,
+                                  const QString& castElement, ArrayFacts& facts, Failure& failure,
+                                  CastElement* cast) {
+    QString out;
+    if (!console(frame, describerCommand(expression, layout, castElement), out, failure))
+        return false;
+    if (!readDescriberReply(out, facts, failure, cast))
+        return false;
+    if (layout && facts.isArray && !facts.problem.isEmpty()) {
         failure = {Failure::Kind::Type, facts.problem};
         return false;
     }
-
-    QVector<qint64> first;
-    for (const DimBounds& d : facts.dims)
-        first.append(d.lower);
-    const QString element = elementExpression(expression, first, facts.fortran);
-    if (!console(frame, QStringLiteral("ptype ") + element, out, failure))
-        return false;
-    facts.elementType = typeFromWhatis(out);
-    QString value;
-    if (!evaluate(frame, QStringLiteral("sizeof(%1)").arg(element), value, failure))
-        return false;
-    facts.elementSize = value.toInt();
-    if (!evaluate(frame, QLatin1Char('&') + element, value, failure))
-        return false;
-    const auto address = parseAddress(value);
-    if (!address) {
-        failure = {Failure::Kind::Type,
-                   QStringLiteral("The elements of '%1' are not in memory.").arg(expression)};
-        return false;
-    }
-    facts.address = *address;
-    // Byte strides from the addresses of neighbouring elements: the one way
-    // that also holds for a strided section in an assumed-shape dummy, whose
-    // type says nothing of its strides.
-    qint64 inner = facts.elementSize;
-    QVector<qint64> strides(facts.dims.size(), 0);
-    QVector<int> order;
-    for (int d = 0; d < facts.dims.size(); ++d)
-        order.append(facts.fortran ? d : facts.dims.size() - 1 - d);
-    for (int d : order) {
-        const DimBounds& b = facts.dims[d];
-        if (b.upper > b.lower) {
-            QVector<qint64> next = first;
-            next[d] += 1;
-            if (!evaluate(frame,
-                          QLatin1Char('&') + elementExpression(expression, next, facts.fortran),
-                          value, failure))
-                return false;
-            const auto a = parseAddress(value);
-            if (!a) {
-                failure = {
-                    Failure::Kind::Type,
-                    QStringLiteral("The elements of '%1' are not in memory.").arg(expression)};
-                return false;
-            }
-            strides[d] = qint64(*a - facts.address);
-        } else {
-            // One index only: the stride is never used to move.
-            strides[d] = inner;
-        }
-        inner = strides[d] * qMax<qint64>(1, b.upper - b.lower + 1);
-    }
-    facts.byteStrides = strides;
     return true;
 }
 
-bool ArrayResolver::describeFortranCast(const FrameInfo& frame, const FortranCastText& cast,
-                                        bool layout, ArrayFacts& facts, Failure& failure) {
+bool ArrayResolver::describeFortranCast(const FortranCastText& cast, const ArrayFacts& base,
+                                        const Failure& baseFailure, bool layout, ArrayFacts& facts,
+                                        Failure& failure) {
     FortranCastType type;
     QString error;
     if (!parseFortranCastType(cast.type, type, error)) {
@@ -374,9 +324,10 @@ bool ArrayResolver::describeFortranCast(const FrameInfo& frame, const FortranCas
                    QStringLiteral("The cast to %1 names no expression.").arg(cast.type)};
         return false;
     }
-    ArrayFacts base;
-    if (!describe(frame, cast.expression, layout, base, failure))
+    if (baseFailure.kind != Failure::Kind::None) {
+        failure = baseFailure;
         return false;
+    }
     if (!type.hasShape && !base.isArray) {
         failure = {Failure::Kind::NotArray,
                    QStringLiteral("'%1' is not an array (its type is %2): give the cast a shape, "
@@ -400,17 +351,12 @@ bool ArrayResolver::describeFortranCast(const FrameInfo& frame, const FortranCas
         // The first element's address, which for an allocatable or a
         // pointer is that of its data, not of its descriptor.
         facts.address = base.address;
+    } else if (base.hasValueAddress) {
+        facts.address = base.valueAddress;
     } else {
-        QString value;
-        if (!evaluate(frame, QLatin1Char('&') + parenthesised(cast.expression), value, failure))
-            return false;
-        const auto address = parseAddress(value);
-        if (!address) {
-            failure = {Failure::Kind::Type,
-                       QStringLiteral("'%1' is not in memory.").arg(cast.expression)};
-            return false;
-        }
-        facts.address = *address;
+        failure = {Failure::Kind::Type,
+                   QStringLiteral("'%1' is not in memory.").arg(cast.expression)};
+        return false;
     }
     // Memory reinterpreted: contiguous, first dimension fastest, whatever
     // the strides of the expression itself.
@@ -423,11 +369,45 @@ bool ArrayResolver::describeFortranCast(const FrameInfo& frame, const FortranCas
     return true;
 }
 
+bool ArrayResolver::describeContainerCast(const FortranCastText& cast, const ArrayFacts& base,
+                                          const CastElement& element, ArrayFacts& facts,
+                                          Failure& failure) {
+    const TypeShape shape = parseCType(cast.type);
+    facts.language = base.language;
+    facts.family = base.family;
+    facts.dims = shape.isArray ? shape.dims : base.dims;
+    if (!shape.problem.isEmpty()) {
+        failure = {Failure::Kind::Type, shape.problem};
+        return false;
+    }
+    facts.isArray = true;
+    facts.elementType = element.type;
+    facts.elementSize = element.size;
+    facts.typeText = cast.type.trimmed();
+    if (!shape.isArray) {
+        for (const DimBounds& d : facts.dims)
+            facts.typeText += QStringLiteral(" [%1]").arg(d.upper - d.lower + 1);
+    }
+    // The container's elements reinterpreted from its data address:
+    // contiguous, last dimension fastest.
+    facts.address = base.address;
+    qint64 stride = facts.elementSize;
+    facts.byteStrides = QVector<qint64>(facts.dims.size(), 0);
+    for (int d = facts.dims.size() - 1; d >= 0; --d) {
+        facts.byteStrides[d] = stride;
+        stride *= qMax<qint64>(0, facts.dims[d].upper - facts.dims[d].lower + 1);
+    }
+    return true;
+}
+
 bool ArrayResolver::toDescriptor(const ArrayFacts& facts, arraylens::ArrayDescriptor& out,
                                  Failure& failure) {
     if (!facts.isArray) {
-        failure = {Failure::Kind::NotArray, QStringLiteral("'%1' is not an array (its type is %2).")
-                                                .arg(facts.expression, facts.typeText)};
+        failure = {Failure::Kind::NotArray,
+                   !facts.refusal.isEmpty()
+                       ? facts.refusal
+                       : QStringLiteral("'%1' is not an array (its type is %2).")
+                             .arg(facts.expression, facts.typeText)};
         return false;
     }
     ElementKind kind = ElementKind::Double;

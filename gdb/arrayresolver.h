@@ -14,6 +14,8 @@
 
 namespace arraylens::gdb {
 
+struct CastElement;
+
 struct FrameInfo {
     QString thread;
     int level = 0;
@@ -47,6 +49,14 @@ struct ArrayFacts {
     quint64 address = 0; // of the element at every lower bound
     QVector<qint64> byteStrides;
     QString problem; // a shape that cannot be shown (not allocated, ...)
+    // Why a value that is no array cannot be shown, and what to show
+    // instead ("p is a pointer to double: show N elements with *p@N").
+    QString refusal;
+    // The container family when the value is a container ("std::vector").
+    QString family;
+    // The address of the value itself, when it is in memory.
+    bool hasValueAddress = false;
+    quint64 valueAddress = 0;
 };
 
 class ArrayResolver {
@@ -60,7 +70,8 @@ public:
     bool locate(const QString& focus, const QString& scopeId, unsigned depth, FrameInfo& frame,
                 Failure& failure);
     // Type, language and shape; with `layout` also the element's kind,
-    // size, first address and byte strides.
+    // size, first address and byte strides. The expression is evaluated
+    // once, in one MI command, by the describer inside gdb.
     bool describe(const FrameInfo& frame, const QString& expression, bool layout, ArrayFacts& facts,
                   Failure& failure);
     // The engine's descriptor of an array described with its layout.
@@ -76,10 +87,20 @@ public:
 
 private:
     QString frameOptions(const FrameInfo& frame) const;
-    // `{T (bounds)} E` in a Fortran frame: E's own facts, then T's elements
-    // laid out contiguously from E's first element.
-    bool describeFortranCast(const FrameInfo& frame, const FortranCastText& cast, bool layout,
-                             ArrayFacts& facts, Failure& failure);
+    // The describer's one round trip.
+    bool describeValue(const FrameInfo& frame, const QString& expression, bool layout,
+                       const QString& castElement, ArrayFacts& facts, Failure& failure,
+                       CastElement* cast = nullptr);
+    // `{T (bounds)} E` in a Fortran frame: E's own facts (`base`, or the
+    // failure that describing E met), then T's elements laid out
+    // contiguously from E's first element.
+    bool describeFortranCast(const FortranCastText& cast, const ArrayFacts& base,
+                             const Failure& baseFailure, bool layout, ArrayFacts& facts,
+                             Failure& failure);
+    // `{T} E` with E a container: T's elements from the container's data,
+    // contiguous and row-major.
+    bool describeContainerCast(const FortranCastText& cast, const ArrayFacts& base,
+                               const CastElement& element, ArrayFacts& facts, Failure& failure);
 
     GdbSession& session_;
     int timeoutMs_;

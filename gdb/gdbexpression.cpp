@@ -39,6 +39,13 @@ void GdbExpression::setType(const QString& type, bool reinterpret) {
             error_ = error;
         return;
     }
+    // A container's elements are cast, not the container object; gdb has no
+    // expression for that, so the text is a form of our own.
+    if (!baseFamily_.isEmpty()) {
+        alternate_ = containerReinterpretCast(text_, t, baseDims_);
+        type_ = t;
+        return;
+    }
     // An array is cast through its address, a pointer through its value, so
     // that a pointer cast to `double[1000]` shows the memory it points to.
     alternate_ = reinterpretCast(text_, t, baseIsArray_, baseDims_);
@@ -96,6 +103,7 @@ void GdbExpression::copyFrom(const GdbExpression& o) {
     facts_ = o.facts_;
     baseIsArray_ = o.baseIsArray_;
     baseDims_ = o.baseDims_;
+    baseFamily_ = o.baseFamily_;
     castRefused_ = o.castRefused_;
     frame_ = o.frame_;
 }
@@ -115,6 +123,7 @@ void GdbExpression::applyEvaluation(const FrameInfo& frame, const ArrayFacts& fa
         type_ = facts.typeText;
         baseIsArray_ = facts.isArray;
         baseDims_ = facts.dims;
+        baseFamily_ = facts.family;
     }
     facts_ = facts;
     actualType_ = facts.typeText;

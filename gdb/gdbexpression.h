@@ -105,6 +105,8 @@ private:
     // Shape of the expression itself, which a cast is built on.
     bool baseIsArray_ = false;
     QVector<DimBounds> baseDims_;
+    // The container family when the expression is a container.
+    QString baseFamily_;
     // The last cast's type could not be read; its message is in error_.
     bool castRefused_ = false;
     QSharedPointer<IHVFrame> frame_;

@@ -2,9 +2,12 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QSocketNotifier>
+#include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
 
@@ -15,6 +18,12 @@
 #include <stdlib.h>
 #include <termios.h>
 #include <unistd.h>
+
+// The describer's Python sources live in this static library's resources,
+// which have to be registered by hand.
+static void initDescriberResources() {
+    Q_INIT_RESOURCE(arraylens_gdb_python);
+}
 
 namespace arraylens::gdb {
 
@@ -171,7 +180,41 @@ bool GdbSession::start(const QString& program, const QStringList& programArgs, Q
     if (!ptyPath_.isEmpty())
         send(QStringLiteral("-inferior-tty-set ") +
              QString::fromStdString(mi::quoteCString(ptyPath_.toStdString())));
+    if (!installDescriber(error)) {
+        kill();
+        return false;
+    }
     emit started();
+    return true;
+}
+
+bool GdbSession::installDescriber(QString* error) {
+    initDescriberResources();
+    pythonDir_ =
+        std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/arraylens-gdb-XXXXXX"));
+    if (!pythonDir_->isValid()) {
+        if (error)
+            *error = QStringLiteral("Cannot make a folder for the debugger's scripts: %1")
+                         .arg(pythonDir_->errorString());
+        return false;
+    }
+    const QDir source(QStringLiteral(":/arraylens/gdb"));
+    for (const QString& name : source.entryList(QDir::Files)) {
+        QFile in(source.filePath(name));
+        QFile out(pythonDir_->filePath(name));
+        if (!in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly) ||
+            out.write(in.readAll()) < 0) {
+            if (error)
+                *error = QStringLiteral("Cannot write the debugger's script %1: %2")
+                             .arg(out.fileName(), out.errorString());
+            return false;
+        }
+    }
+    // The folder goes in as hexadecimal: no path can break the command.
+    const QByteArray dir = QFile::encodeName(pythonDir_->path()).toHex();
+    send(QStringLiteral("-interpreter-exec console \"python import sys; "
+                        "sys.path.insert(0, bytes.fromhex('%1').decode()); import %2\"")
+             .arg(QString::fromLatin1(dir), QLatin1String(describerModule())));
     return true;
 }
 

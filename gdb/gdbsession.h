@@ -27,6 +27,7 @@
 #include <mutex>
 
 class QSocketNotifier;
+class QTemporaryDir;
 
 namespace arraylens::gdb {
 
@@ -136,6 +137,9 @@ public:
     void setKillDebuggeeWithGdb(bool kill) { killDebuggee_ = kill; }
     // The pty the debuggee writes to (empty without one).
     QString inferiorTerminalPath() const { return ptyPath_; }
+    // Python's module of the describer: `python arraylens_describe.describe(...)`
+    // works in every command sent after start().
+    static const char* describerModule() { return "arraylens_describe"; }
 
 signals:
     // Every asynchronous record (*stopped, =thread-group-exited, ...).
@@ -158,6 +162,9 @@ private:
     void handleProcessGone();
     void setTargetState(TargetState state);
     bool openTerminal(QString* error);
+    // Writes the describer's Python files where gdb can import them and
+    // queues the import, ahead of any command a request can send.
+    bool installDescriber(QString* error);
     void readTerminal();
 
     Options options_;
@@ -179,6 +186,7 @@ private:
     int ptyMaster_ = -1;
     QString ptyPath_;
     QSocketNotifier* ptyNotifier_ = nullptr;
+    std::unique_ptr<QTemporaryDir> pythonDir_;
 };
 
 } // namespace arraylens::gdb

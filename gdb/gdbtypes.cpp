@@ -213,10 +213,14 @@ QString elementExpression(const QString& expression, const QVector<qint64>& inde
     return out;
 }
 
-QString reinterpretCast(const QString& expression, const QString& type, bool expressionIsArray,
-                        const QVector<DimBounds>& currentDims) {
-    QString base = type.trimmed();
-    QString dims;
+namespace {
+
+// A cast's element type and its dimensions in C form (`[6][8]`); a type
+// without dimensions takes those of the array as it is now.
+void splitCastType(const QString& type, const QVector<DimBounds>& currentDims, QString& base,
+                   QString& dims) {
+    base = type.trimmed();
+    dims.clear();
     const int bracket = base.indexOf(QLatin1Char('['));
     if (bracket >= 0) {
         dims = base.mid(bracket).remove(QLatin1Char(' '));
@@ -225,10 +229,25 @@ QString reinterpretCast(const QString& expression, const QString& type, bool exp
         for (const DimBounds& d : currentDims)
             dims += QLatin1Char('[') + QString::number(d.upper - d.lower + 1) + QLatin1Char(']');
     }
+}
+
+} // namespace
+
+QString reinterpretCast(const QString& expression, const QString& type, bool expressionIsArray,
+                        const QVector<DimBounds>& currentDims) {
+    QString base, dims;
+    splitCastType(type, currentDims, base, dims);
     const QString pointerType = base + QLatin1String("(*)") + dims;
     if (expressionIsArray)
         return QStringLiteral("*(%1)&(%2)").arg(pointerType, expression);
     return QStringLiteral("*(%1)(%2)").arg(pointerType, expression);
+}
+
+QString containerReinterpretCast(const QString& expression, const QString& type,
+                                 const QVector<DimBounds>& currentDims) {
+    QString base, dims;
+    splitCastType(type, currentDims, base, dims);
+    return QStringLiteral("{%1 %2} %3").arg(base, dims, expression);
 }
 
 namespace {

@@ -72,6 +72,13 @@ QString elementExpression(const QString& expression, const QVector<qint64>& inde
 QString reinterpretCast(const QString& expression, const QString& type, bool expressionIsArray,
                         const QVector<DimBounds>& currentDims);
 
+// The reinterpreting cast of a container's elements, a form of the
+// service's own after gdb's `{type} address`: `{float [125]} v` means
+// "floats from the address of v's first element on, contiguous and
+// row-major". A type without dimensions keeps the container's.
+QString containerReinterpretCast(const QString& expression, const QString& type,
+                                 const QVector<DimBounds>& currentDims);
+
 // A Fortran cast as a person types it: `integer`, `integer(4)`,
 // `integer(kind=4)`, `integer*4`, `real(8)`, `double precision`,
 // `logical`, `character`, in any case, optionally followed by a shape of

@@ -197,6 +197,20 @@ TEST_F(CliRuns, StatisticsOfThePlate) {
     EXPECT_TRUE(r.err.contains("timing: total"));
 }
 
+TEST_F(CliRuns, TheExpressionIsDescribedOncePerCommand) {
+    // Every MI command goes to standard error with the trace on.
+    qputenv("ARRAYLENS_MI_TRACE", "1");
+    const CliRun r = heat("stats", {"--expr", "plate"});
+    qunsetenv("ARRAYLENS_MI_TRACE");
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_EQ(r.json.value("Count").toInt(), reference().value("plate.count").toInt());
+    int described = 0;
+    for (const QByteArray& line : r.err.split('\n'))
+        if (line.contains("] > ") && line.contains("arraylens_describe.describe("))
+            ++described;
+    EXPECT_EQ(described, 1) << r.err.toStdString();
+}
+
 TEST_F(CliRuns, InfoTableAndPlot) {
     CliRun info = heat("info", {"--expr", "plate"});
     ASSERT_EQ(info.exitCode, 0) << info.err.toStdString();

@@ -1,12 +1,11 @@
 // The four operations on every array of every example, through a real gdb,
 // checked against the numbers each example program works out and writes
 // itself.
-#include "arraychecks.h"
+#include "referencecheck.h"
 
 using namespace gdbtest;
 
 namespace {
-
 class GdbExamples : public ::testing::Test {};
 
 } // namespace

@@ -2,7 +2,7 @@
 // example: every array's information, statistics, table and plot against the
 // values the program wrote itself in logical index order, slices and filters
 // across storage orders and index bases, and the words of every refusal.
-#include "arraychecks.h"
+#include "referencecheck.h"
 
 #include <QVariantMap>
 
@@ -132,11 +132,9 @@ void checkContainer(Rig& rig, const QString& name) {
     const std::vector<double> values = valuesOf(a);
     ASSERT_EQ(qint64(values.size()), a.values.value(QStringLiteral("count")).toLongLong());
 
-    GdbExpression* e = nullptr;
-    QVariantList plotted;
-    checkArray(rig, a, &e, &plotted);
-    ASSERT_TRUE(e);
-    ASSERT_FALSE(e->hasError());
+    checkArray(rig, a);
+    GdbExpression* e = rig.evaluate(a.expr);
+    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
 
     auto info = rig.info(e);
     ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
@@ -147,6 +145,9 @@ void checkContainer(Rig& rig, const QString& name) {
 
     expectNaiveStatistics(rig.statistics(e), a, values);
 
+    auto plot = rig.plot(e);
+    ASSERT_EQ(resultOf(plot), QStringLiteral("done")) << msgOf(plot).toStdString();
+    const QVariantList plotted = doublesOf(plot->property("AllEvaluations").toByteArray());
     ASSERT_EQ(size_t(plotted.size()), values.size());
     for (size_t i = 0; i < values.size(); ++i)
         EXPECT_TRUE(sameElement(a, values[i], plotted[int(i)].toDouble())) << "plot value " << i;

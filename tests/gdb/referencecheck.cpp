@@ -1,6 +1,6 @@
-// Checks of one array's four operations against the reference values its
-// example program wrote, shared by the tests of every example.
-#include "arraychecks.h"
+// Checks of the four operations against the reference values the example
+// programs write themselves.
+#include "referencecheck.h"
 
 #include <QBitArray>
 #include <QRegularExpression>
@@ -45,17 +45,17 @@ bool isSinglePrecision(const QString& t) {
     return t == QLatin1String("float") || t == QLatin1String("real(kind=4)");
 }
 
-bool isCharType(const QString& t) {
+static bool isCharType(const QString& t) {
     return t == QLatin1String("char") || t == QLatin1String("signed char") ||
            t == QLatin1String("unsigned char") || t.startsWith(QLatin1String("character"));
 }
 
-bool isPlainInteger(const QString& text) {
+static bool isPlainInteger(const QString& text) {
     static const QRegularExpression integer(QStringLiteral("^-?[0-9]+$"));
     return integer.match(text).hasMatch();
 }
 
-QVector<qint64> indexOf(const QString& text) {
+static QVector<qint64> indexOf(const QString& text) {
     QVector<qint64> out;
     static const QRegularExpression number(QStringLiteral("-?[0-9]+"));
     auto it = number.globalMatch(text);
@@ -110,8 +110,8 @@ void expectStatistics(const QObject* bag, const ArrayRef& a) {
 }
 
 // One element as a table cell and as a plot value.
-void expectElement(Rig& rig, IHVExpression* e, const ArrayRef& a, const QString& index,
-                   const QString& expected, const QVariantList* plotValues) {
+static void expectElement(Rig& rig, IHVExpression* e, const ArrayRef& a, const QString& index,
+                          const QString& expected, const QVariantList* plotValues) {
     SCOPED_TRACE((a.name + QStringLiteral(" element ") + index).toStdString());
     const bool fortran = e->isFortranExpression();
     const QVector<qint64> idx = indexOf(index);
@@ -188,13 +188,32 @@ QVariantList doublesOf(const QByteArray& block) {
     return out;
 }
 
-void checkArray(Rig& rig, const ArrayRef& a, GdbExpression** evaluated, QVariantList* plotValues) {
-    SCOPED_TRACE(("array " + a.name + " = " + a.expr).toStdString());
-    GdbExpression* e = rig.evaluate(a.expr);
-    if (evaluated)
-        *evaluated = e;
+void checkEveryArray(Rig& rig) {
+    const QList<ArrayRef> arrays = arraysOf(rig.ref, rig.arraysOfThisStop);
+    ASSERT_FALSE(arrays.isEmpty());
+    for (const ArrayRef& a : arrays) {
+        if (a.values.contains(QStringLiteral("slice")) ||
+            a.values.contains(QStringLiteral("filter")))
+            continue; // checked by the tests of slices and filters
+        if (a.values.contains(QStringLiteral("frame")))
+            continue; // lives in another frame; see the recursion test
+        checkArray(rig, a);
+    }
+}
+
+void checkArray(Rig& rig, const ArrayRef& a, const QString& expression) {
+    const QString expr = expression.isEmpty() ? a.expr : expression;
+    SCOPED_TRACE(("array " + a.name + " = " + expr).toStdString());
+    GdbExpression* e = rig.evaluate(expr);
     ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
     EXPECT_TRUE(e->isArray());
+    if (a.values.contains(QStringLiteral("byte_strides"))) {
+        // Measured by the program from its own element addresses.
+        QStringList strides;
+        for (qint64 s : e->facts().byteStrides)
+            strides << QString::number(s);
+        EXPECT_EQ(strides.join(QLatin1Char(',')), a.values.value(QStringLiteral("byte_strides")));
+    }
 
     auto info = rig.info(e);
     ASSERT_TRUE(info);
@@ -224,21 +243,6 @@ void checkArray(Rig& rig, const ArrayRef& a, GdbExpression** evaluated, QVariant
     }
     for (auto it = a.elements.begin(); it != a.elements.end(); ++it)
         expectElement(rig, e, a, it.key(), it.value(), plotted ? &values : nullptr);
-    if (plotValues)
-        *plotValues = values;
-}
-
-void checkEveryArray(Rig& rig) {
-    const QList<ArrayRef> arrays = arraysOf(rig.ref, rig.arraysOfThisStop);
-    ASSERT_FALSE(arrays.isEmpty());
-    for (const ArrayRef& a : arrays) {
-        if (a.values.contains(QStringLiteral("slice")) ||
-            a.values.contains(QStringLiteral("filter")))
-            continue; // checked by the tests of slices and filters
-        if (a.values.contains(QStringLiteral("frame")))
-            continue; // lives in another frame; see the recursion test
-        checkArray(rig, a);
-    }
 }
 
 } // namespace gdbtest

@@ -1,0 +1,273 @@
+// Arrays as programs hold them, described from one evaluation of the typed
+// expression: C struct-pointer idioms with computed counts, C++ members in
+// std::vector, Fortran module variables, pointer arrays and components
+// across arrays of derived types. Every check compares with the values the
+// example programs write themselves, or with gdb's own words.
+#include "referencecheck.h"
+
+using namespace gdbtest;
+
+namespace {
+
+// One debuggee run shared by all checks of a program's stop.
+class SharedStop : public ::testing::Test {
+protected:
+    static void start(const char* program, const char* stop) {
+        rig_ = makeRig();
+        if (!rig_->startAt(QLatin1String(program), QLatin1String(stop), &why_))
+            rig_.reset();
+    }
+    static void TearDownTestSuite() { rig_.reset(); }
+    void SetUp() override { ASSERT_TRUE(rig_) << why_.toStdString(); }
+
+    // What the program wrote about the array called `name`.
+    static ArrayRef reference(const QString& name) {
+        const QList<ArrayRef> found = arraysOf(rig_->ref, {name});
+        return found.isEmpty() ? ArrayRef() : found.first();
+    }
+    // A variable of the debuggee, read through gdb.
+    static QString value(const QString& expression) {
+        auto r = rig_->mi(QStringLiteral("-data-evaluate-expression ") + expression);
+        if (!r || r->isError())
+            return QStringLiteral("<error>");
+        return QString::fromStdString(r->record().results["value"].asString());
+    }
+    // The words a request answers with for the typed text.
+    static QString refusalOf(const QString& expression) {
+        ArrayStatisticsRequest r;
+        r.setFields(nullptr, QString(), QString());
+        r.propertyBag->setProperty("Expression", expression);
+        auto bag = rig_->request(r);
+        return resultOf(bag) + QLatin1Char(' ') + msgOf(bag);
+    }
+
+    static std::unique_ptr<Rig> rig_;
+    static QString why_;
+};
+
+std::unique_ptr<Rig> SharedStop::rig_;
+QString SharedStop::why_;
+
+class StructIdioms : public SharedStop {
+protected:
+    static void SetUpTestSuite() { start("example_structs_c", "structs_c.main"); }
+};
+
+class DomainMembers : public SharedStop {
+protected:
+    static void SetUpTestSuite() { start("example_domain_cpp", "domain_cpp.main"); }
+};
+
+} // namespace
+
+TEST_F(StructIdioms, EveryArrayAndItsComputedCount) {
+    checkEveryArray(*rig_);
+    // The counts are those of the program, not gdb's `whatis` guess of 0.
+    GdbExpression* vals = rig_->evaluate(QStringLiteral("*A->list_of_vals@A->local_nnz"));
+    EXPECT_EQ(vals->getActualType(),
+              QStringLiteral("double [%1]").arg(rig_->ref.value("counts.local_nnz")));
+    auto info = rig_->info(vals);
+    EXPECT_EQ(
+        info->property("ArrayBounds").toStringList(),
+        QStringList{QStringLiteral("0:%1").arg(rig_->ref.value("counts.local_nnz").toInt() - 1)});
+    GdbExpression* regions =
+        rig_->evaluate(QStringLiteral("*domain.m_regElemSize@domain.m_numReg"));
+    auto stats = rig_->statistics(regions);
+    EXPECT_EQ(stats->property("Count").toString(), rig_->ref.value("counts.m_numReg"));
+}
+
+TEST_F(StructIdioms, AFunctionInTheExpressionRunsOncePerEvaluationAndRequest) {
+    const int before = value(QStringLiteral("blocks_handed_out")).toInt();
+    EXPECT_EQ(before, rig_->ref.value("counts.blocks_handed_out").toInt());
+    GdbExpression* block = rig_->evaluate(QStringLiteral("*next_block()@16"));
+    ASSERT_FALSE(block->hasError()) << block->getErrorMessage().toStdString();
+    EXPECT_EQ(value(QStringLiteral("blocks_handed_out")).toInt(), before + 1);
+    auto stats = rig_->statistics(block);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 16);
+    rig_->info(block);
+    rig_->plot(block);
+    rig_->table(block, QString(), 0, 0, 0, 0, 15);
+    EXPECT_EQ(value(QStringLiteral("blocks_handed_out")).toInt(), before + 5);
+}
+
+TEST_F(StructIdioms, CountsThatAreNoLengthAreRefusedInGdbsWords) {
+    EXPECT_EQ(rig_->ref.value("counts.m_numGhost"), QStringLiteral("0"));
+    EXPECT_EQ(rig_->ref.value("counts.m_numNode"), QStringLiteral("-1"));
+    const struct {
+        const char* expression;
+        const char* words;
+    } cases[] = {
+        {"*domain.m_ghostE@domain.m_numGhost", "Invalid number 0 of repetitions."},
+        {"*domain.m_nodalMass@domain.m_numNode", "Invalid number -1 of repetitions."},
+        {"*A->list_of_vals@2.5", "Non-integral right operand for \"@\" operator."},
+        {"A->local_nnz * 2@3", "Only values in memory can be extended with '@'."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.expression);
+        GdbExpression* e = rig_->evaluate(QLatin1String(c.expression));
+        EXPECT_TRUE(e->hasError());
+        EXPECT_EQ(e->getErrorMessage(), QLatin1String(c.words));
+        EXPECT_EQ(refusalOf(QLatin1String(c.expression)),
+                  QStringLiteral("error ") + QLatin1String(c.words));
+    }
+}
+
+TEST_F(StructIdioms, APointerIsNoArrayButSaysHowToShowOne) {
+    GdbExpression* p = rig_->evaluate(QStringLiteral("A->list_of_vals"));
+    EXPECT_FALSE(p->hasError());
+    EXPECT_FALSE(p->isArray());
+    EXPECT_EQ(refusalOf(QStringLiteral("A->list_of_vals")),
+              QStringLiteral("error A->list_of_vals is a pointer to double: show N elements with "
+                             "*A->list_of_vals@N"));
+    EXPECT_EQ(refusalOf(QStringLiteral("blk->rows")),
+              QStringLiteral("error blk->rows is a pointer to double [12]: show N elements with "
+                             "*blk->rows@N"));
+    EXPECT_EQ(refusalOf(QStringLiteral("A->list_of_vals + 1")),
+              QStringLiteral("error A->list_of_vals + 1 is a pointer to double: show N elements "
+                             "with *(A->list_of_vals + 1)@N"));
+}
+
+TEST_F(DomainMembers, EveryArrayIncludingVectorsByTheirOwnNames) {
+    checkEveryArray(*rig_);
+    GdbExpression* e = rig_->evaluate(QStringLiteral("domain.m_e"));
+    EXPECT_EQ(e->getActualType(), QStringLiteral("std::vector<double>"));
+    EXPECT_EQ(e->facts().family, QStringLiteral("std::vector"));
+}
+
+TEST_F(DomainMembers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
+    const struct {
+        const char* expression;
+        const char* words;
+    } cases[] = {
+        {"domain.m_regElemList",
+         "domain.m_regElemList is a std::vector of std::vector<int>, a container of containers: "
+         "show one of them, for example domain.m_regElemList[0]."},
+        {"domain.m_nodes", "domain.m_nodes is a std::vector of Node, which are structures, not "
+                           "numbers: print one of them, for example domain.m_nodes[0]."},
+        {"domain.m_elemActive",
+         "domain.m_elemActive is a std::vector<bool>, which packs its elements as bits: show one "
+         "element, for example domain.m_elemActive[0]."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.expression);
+        GdbExpression* e = rig_->evaluate(QLatin1String(c.expression));
+        EXPECT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+        EXPECT_FALSE(e->isArray());
+        EXPECT_EQ(refusalOf(QLatin1String(c.expression)),
+                  QStringLiteral("error ") + QLatin1String(c.words));
+    }
+}
+
+TEST_F(DomainMembers, AnEmptyVectorIsAnEmptyArray) {
+    EXPECT_EQ(rig_->ref.value("counts.m_dtHistory"), QStringLiteral("0"));
+    GdbExpression* e = rig_->evaluate(QStringLiteral("domain.m_dtHistory"));
+    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+    EXPECT_TRUE(e->isArray());
+    auto info = rig_->info(e);
+    ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
+    EXPECT_EQ(info->property("ArrayBounds").toStringList(), QStringList{QStringLiteral("0:-1")});
+    auto stats = rig_->statistics(e);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 0);
+    auto plot = rig_->plot(e);
+    ASSERT_EQ(resultOf(plot), QStringLiteral("done")) << msgOf(plot).toStdString();
+    EXPECT_TRUE(plot->property("AllEvaluations").toByteArray().isEmpty());
+    auto table = rig_->table(e, QString(), 0, 0, 10, 0, 0);
+    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
+    EXPECT_TRUE(table->property("TableDataList").toList().isEmpty());
+}
+
+TEST_F(DomainMembers, ACastReinterpretsTheElementsNotTheVector) {
+    const ArrayRef m_e = reference(QStringLiteral("m_e"));
+    GdbExpression* e = rig_->evaluate(QStringLiteral("domain.m_e"));
+    e->setType(QStringLiteral("double [25][5]"), true);
+    EXPECT_EQ(e->getAlternateExpression(), QStringLiteral("{double [25][5]} domain.m_e"));
+    auto future = e->evaluate(rig_->debugger->currentFrame());
+    ASSERT_TRUE(waitFor([&] { return future.isFinished(); }));
+    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+    EXPECT_EQ(e->getActualType(), QStringLiteral("double [25][5]"));
+    auto info = rig_->info(e);
+    EXPECT_EQ(info->property("ArrayBounds").toStringList(),
+              (QStringList{QStringLiteral("0:24"), QStringLiteral("0:4")}));
+    auto stats = rig_->statistics(e);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 125);
+    EXPECT_TRUE(near(number(m_e.values.value("sum")), stats->property("Sum").toDouble()));
+    // m_e[64] is row 12, column 4.
+    auto table = rig_->table(e, QString(), 0, 12, 12, 4, 4);
+    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
+    const QVariantList cells = table->property("TableDataList").toList();
+    ASSERT_EQ(cells.size(), 1);
+    EXPECT_TRUE(near(number(m_e.elements.value("[64]")),
+                     number(cells.first().toMap().value("value").toString())));
+
+    // An element type alone keeps the vector's length.
+    e->setType(QStringLiteral("float"), true);
+    EXPECT_EQ(e->getAlternateExpression(), QStringLiteral("{float [125]} domain.m_e"));
+    auto floats = rig_->info(e);
+    ASSERT_EQ(resultOf(floats), QStringLiteral("done")) << msgOf(floats).toStdString();
+    EXPECT_EQ(floats->property("ActualType").toString(), QStringLiteral("float [125]"));
+    EXPECT_EQ(floats->property("DataType").toInt(), 1);
+    e->setType(QString(), true);
+    EXPECT_FALSE(e->hasAlternateExpression());
+}
+
+TEST(HydroFortran, ModuleVariablesPointerArraysAndComponentsAtEveryStop) {
+    auto rig = makeRig();
+    QString why;
+    ASSERT_TRUE(rig->startAt(QStringLiteral("example_hydro_fortran"),
+                             QStringLiteral("hydro_f90.ideal_gas"), &why))
+        << why.toStdString();
+    // ideal_gas() uses definitions_module: chunk by its plain name.
+    checkEveryArray(*rig);
+
+    for (const char* stop : {"hydro_f90.restrict", "hydro_f90.main"})
+        rig->mi(QStringLiteral("-break-insert ") + breakLocation(QLatin1String(stop)));
+    ASSERT_TRUE(rig->runToStop(QStringLiteral("-exec-continue"), &why)) << why.toStdString();
+    // The pointer array on a strided section, components across the array
+    // of derived types.
+    checkEveryArray(*rig);
+    const struct {
+        const char* expression;
+        const char* words;
+    } refusals[] = {
+        {"cells%nosuch", "There is no component nosuch in cells (of Type cell_state)."},
+        {"cells%density%x", "cells%density is not of a derived type: it has no component x."},
+        {"cells%mass_fraction", "cells has a component mass_fraction that is itself an array or a "
+                                "derived type: show it for one element, for example "
+                                "cells(1)%mass_fraction."},
+    };
+    for (const auto& c : refusals) {
+        SCOPED_TRACE(c.expression);
+        GdbExpression* e = rig->evaluate(QLatin1String(c.expression));
+        EXPECT_EQ(e->getErrorMessage(), QLatin1String(c.words));
+    }
+
+    ASSERT_TRUE(rig->runToStop(QStringLiteral("-exec-continue"), &why)) << why.toStdString();
+    // The main program reaches the module only through another one: gdb
+    // itself does not know the plain name here.
+    auto plain = rig->mi(QStringLiteral("-data-evaluate-expression chunk%task"));
+    ASSERT_TRUE(plain);
+    EXPECT_TRUE(plain->isError());
+    EXPECT_EQ(plain->errorMessage(), QStringLiteral("No symbol \"chunk\" in current context."));
+    checkEveryArray(*rig);
+    // Two modules have a `step`: the user is asked which.
+    GdbExpression* step = rig->evaluate(QStringLiteral("step"));
+    EXPECT_EQ(step->getErrorMessage(),
+              QStringLiteral("step is a variable of the modules definitions_module, "
+                             "timestep_module: name the one you mean, for example "
+                             "definitions_module::step."));
+
+    // The cast of the service's own still lays a component's elements out
+    // from its first one.
+    const QList<ArrayRef> density = arraysOf(rig->ref, {QStringLiteral("density0")});
+    ASSERT_EQ(density.size(), 1);
+    GdbExpression* flat = rig->evaluate(QStringLiteral("chunk%field%density0"));
+    flat->setType(QStringLiteral("real(kind=8) (192)"), true);
+    auto stats = rig->statistics(flat);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 192);
+    EXPECT_TRUE(
+        near(number(density.first().values.value("sum")), stats->property("Sum").toDouble()));
+}
