@@ -41,11 +41,13 @@ ArrayRef arrayNamed(const Rig& rig, const QString& name) {
 }
 
 // "NAME.values": every element in logical index order, first index slowest.
+// A float's 9 digits read back exactly as that float, not as a double.
 std::vector<double> valuesOf(const ArrayRef& a) {
     std::vector<double> out;
+    const bool single = isSinglePrecision(a.type);
     for (const QString& part :
          a.values.value(QStringLiteral("values")).split(QLatin1Char(','), Qt::SkipEmptyParts))
-        out.push_back(number(part));
+        out.push_back(single ? double(float(number(part))) : number(part));
     return out;
 }
 
