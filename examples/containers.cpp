@@ -97,12 +97,12 @@ void report(FILE* f, const char* name, const std::array<std::array<long, 2>, Ran
     }
 }
 
+} // namespace
+
 struct Particle {
     double x;
     double v;
 };
-
-} // namespace
 
 int main(int argc, char** argv) {
     FILE* ref = ref_open(argc, argv, "containers", "c++");
@@ -276,8 +276,12 @@ int main(int argc, char** argv) {
     for (int i = 0; i < n; ++i)
         perMaterial[material[i] - 1].push_back(rod[i]);
     std::vector<Particle> particles(16);
-    for (int i = 0; i < 16; ++i)
+    std::vector<Eigen::Vector3d> positions(16);
+    for (int i = 0; i < 16; ++i) {
         particles[i] = {0.25 * i, std::sin(0.5 * i)};
+        positions[i] =
+            pose.topLeftCorner<3, 3>().cast<double>() * Eigen::Vector3d(particles[i].x, 0, 0);
+    }
     std::vector<std::complex<double>> spectrum(8);
     for (int k = 0; k < 8; ++k)
         spectrum[k] = std::polar(1.0 / (1 + k), 0.3 * k);

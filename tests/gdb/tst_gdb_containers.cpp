@@ -3,10 +3,13 @@
 // values the program wrote itself in logical index order, slices and filters
 // across storage orders and index bases, and the words of every refusal.
 #include "referencecheck.h"
+#include "sharedstop.h"
 
 #include <QVariantMap>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -14,31 +17,11 @@ using namespace gdbtest;
 
 namespace {
 
-// One debuggee run, stopped at containers.main, for all the checks of a test
-// suite.
-class GdbContainers : public ::testing::Test {
+// One debuggee run, stopped at containers.main, for all the checks.
+class GdbContainers : public SharedStop {
 protected:
-    static void SetUpTestSuite() {
-        rig_ = makeRig();
-        QString why;
-        if (!rig_->startAt(QStringLiteral("example_containers"), QStringLiteral("containers.main"),
-                           &why))
-            startError_ = why.isEmpty() ? QStringLiteral("cannot start") : why;
-    }
-    static void TearDownTestSuite() { rig_.reset(); }
-    void SetUp() override { ASSERT_TRUE(startError_.isEmpty()) << startError_.toStdString(); }
-
-    static std::unique_ptr<Rig> rig_;
-    static QString startError_;
+    static void SetUpTestSuite() { start("example_containers", "containers.main"); }
 };
-
-std::unique_ptr<Rig> GdbContainers::rig_;
-QString GdbContainers::startError_;
-
-ArrayRef arrayNamed(const Rig& rig, const QString& name) {
-    const QList<ArrayRef> found = arraysOf(rig.ref, {name});
-    return found.isEmpty() ? ArrayRef{} : found.first();
-}
 
 // "NAME.values": every element in logical index order, first index slowest.
 // A float's 9 digits read back exactly as that float, not as a double.
@@ -127,10 +110,9 @@ void expectFirstCells(Rig& rig, IHVExpression* e, const ArrayRef& a,
 // Everything about one container: the checks every example's arrays get,
 // then the C-form empty slice, statistics worked out here from the values,
 // every plot value in logical index order and the table's first cells.
-void checkContainer(Rig& rig, const QString& name) {
-    SCOPED_TRACE(name.toStdString());
-    const ArrayRef a = arrayNamed(rig, name);
-    ASSERT_EQ(a.name, name) << "no reference for " << name.toStdString();
+void checkContainer(Rig& rig, const ArrayRef& a) {
+    SCOPED_TRACE(a.name.toStdString());
+    ASSERT_FALSE(a.name.isEmpty()) << "no reference for this container";
     const std::vector<double> values = valuesOf(a);
     ASSERT_EQ(qint64(values.size()), a.values.value(QStringLiteral("count")).toLongLong());
 
@@ -176,10 +158,9 @@ std::vector<qint64> run(qint64 from, qint64 to, qint64 step) {
 
 // Statistics and plot values of a selection against the values it picks out
 // of the reference, in the order the selection lists them.
-void expectSelection(Rig& rig, const QString& name, const Selection& s) {
-    SCOPED_TRACE((name + QLatin1Char(' ') + s.slice + QLatin1Char(' ') + s.filter).toStdString());
-    const ArrayRef a = arrayNamed(rig, name);
-    ASSERT_EQ(a.name, name);
+void expectSelection(Rig& rig, const ArrayRef& a, const Selection& s) {
+    SCOPED_TRACE((a.name + QLatin1Char(' ') + s.slice + QLatin1Char(' ') + s.filter).toStdString());
+    ASSERT_FALSE(a.name.isEmpty()) << "no reference for this container";
     const std::vector<double> values = valuesOf(a);
     const std::vector<qint64> extent = extentsOf(a);
     ASSERT_EQ(s.indices.size(), extent.size());
@@ -221,66 +202,210 @@ void expectSelection(Rig& rig, const QString& name, const Selection& s) {
 
 TEST_F(GdbContainers, StandardLibraryContainers) {
     for (const char* name : {"rod", "material", "flux", "probes", "interior", "leftCells"})
-        checkContainer(*rig_, QLatin1String(name));
+        checkContainer(*rig_, reference(QLatin1String(name)));
 }
 
 TEST_F(GdbContainers, EigenMatricesArraysAndMaps) {
     for (const char* name : {"laplacian", "load", "deflection", "jacobian", "pose", "neighbours",
                              "plate", "inner", "snapshot"})
-        checkContainer(*rig_, QLatin1String(name));
+        checkContainer(*rig_, reference(QLatin1String(name)));
 }
 
 TEST_F(GdbContainers, ArmadilloMatricesVectorsAndCubes) {
     for (const char* name :
          {"samples", "centre", "energy", "covariance", "history", "counts", "gains"})
-        checkContainer(*rig_, QLatin1String(name));
+        checkContainer(*rig_, reference(QLatin1String(name)));
 }
 
 TEST_F(GdbContainers, BoostMultiArraysWithTheirBasesAndOrders) {
     for (const char* name : {"pressure", "velocity", "stage"})
-        checkContainer(*rig_, QLatin1String(name));
+        checkContainer(*rig_, reference(QLatin1String(name)));
 }
 
 TEST_F(GdbContainers, XtensorArraysAndTensors) {
     for (const char* name : {"density", "stress", "moments"})
-        checkContainer(*rig_, QLatin1String(name));
+        checkContainer(*rig_, reference(QLatin1String(name)));
 }
 
 TEST_F(GdbContainers, BlitzArraysWithTheirBasesAndOrders) {
     for (const char* name : {"potential", "flow", "labels"})
-        checkContainer(*rig_, QLatin1String(name));
+        checkContainer(*rig_, reference(QLatin1String(name)));
 }
 
 TEST_F(GdbContainers, SlicesAndFiltersFollowLogicalIndices) {
     // Column-major Eigen: every other row of one column.
-    expectSelection(*rig_, QStringLiteral("plate"), {"[2:10:2][3]", {run(2, 10, 2), {3}}, {}, {}});
+    expectSelection(*rig_, reference(QStringLiteral("plate")),
+                    {"[2:10:2][3]", {run(2, 10, 2), {3}}, {}, {}});
     // A strided Map, reversed along its columns.
-    expectSelection(*rig_, QStringLiteral("inner"),
+    expectSelection(*rig_, reference(QStringLiteral("inner")),
                     {"[1:2][6:0:-2]", {run(1, 2, 1), run(6, 0, -2)}, {}, {}});
     // Armadillo: one variable of the samples, filtered.
     expectSelection(
-        *rig_, QStringLiteral("samples"),
+        *rig_, reference(QStringLiteral("samples")),
         {"[:][1]", {run(0, 39, 1), {1}}, "$value > 20", [](double v) { return v > 20; }});
     // Boost with negative bases, backwards through the middle dimension.
-    expectSelection(*rig_, QStringLiteral("pressure"),
+    expectSelection(*rig_, reference(QStringLiteral("pressure")),
                     {"[-1:4][6:-1:-3][1]", {run(-1, 4, 1), run(6, -1, -3), {1}}, {}, {}});
     // Fortran-ordered Boost based at 1.
-    expectSelection(*rig_, QStringLiteral("velocity"), {"[4][1:6]", {{4}, run(1, 6, 1)}, {}, {}});
+    expectSelection(*rig_, reference(QStringLiteral("velocity")),
+                    {"[4][1:6]", {{4}, run(1, 6, 1)}, {}, {}});
     // Blitz++ from -2, a filter over the whole potential.
     expectSelection(
-        *rig_, QStringLiteral("potential"),
+        *rig_, reference(QStringLiteral("potential")),
         {"", {run(-2, 5, 1), run(0, 9, 1)}, "$value >= 0.25 && $value < 0.5", [](double v) {
              return v >= 0.25 && v < 0.5;
          }});
-    expectSelection(*rig_, QStringLiteral("potential"),
+    expectSelection(*rig_, reference(QStringLiteral("potential")),
                     {"[-2:5:3][9:0:-4]", {run(-2, 5, 3), run(9, 0, -4)}, {}, {}});
     // Column-major xtensor and an Armadillo cube's slice.
-    expectSelection(*rig_, QStringLiteral("moments"), {"[2][:]", {{2}, run(0, 5, 1)}, {}, {}});
-    expectSelection(*rig_, QStringLiteral("history"),
+    expectSelection(*rig_, reference(QStringLiteral("moments")),
+                    {"[2][:]", {{2}, run(0, 5, 1)}, {}, {}});
+    expectSelection(*rig_, reference(QStringLiteral("history")),
                     {"[0:5][2][1:3]", {run(0, 5, 1), {2}, run(1, 3, 1)}, {}, {}});
     // Integers: Blitz++ labels that are negative.
-    expectSelection(*rig_, QStringLiteral("labels"),
+    expectSelection(*rig_, reference(QStringLiteral("labels")),
                     {"", {run(0, 2, 1), run(0, 3, 1), run(0, 4, 1)}, "$value < 0", [](double v) {
                          return v < 0;
                      }});
+}
+
+TEST_F(GdbContainers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
+    const struct {
+        const char* expression;
+        const char* words;
+    } cases[] = {
+        {"perMaterial", "perMaterial is a std::vector of std::vector<double>, a container of "
+                        "containers: show one of them, for example perMaterial[0]."},
+        {"positions", "positions is a std::vector of Eigen::Matrix<double, 3, 1, 0, 3, 1>, a "
+                      "container of containers: show one of them, for example positions[0]."},
+        {"particles", "particles is a std::vector of Particle, which are structures, not numbers: "
+                      "print one of them, for example particles[0]."},
+        {"spectrum", "spectrum is a std::vector of std::complex<double>, which are structures, "
+                     "not numbers: print one of them, for example spectrum[0]."},
+        {"frozen", "frozen is a std::vector<bool>, which packs its elements as bits: show one "
+                   "element, for example frozen[0]."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.expression);
+        GdbExpression* e = rig_->evaluate(QLatin1String(c.expression));
+        EXPECT_FALSE(e->isArray());
+        EXPECT_EQ(refusalOf(QLatin1String(c.expression)).toStdString(),
+                  std::string("error ") + c.words);
+    }
+}
+
+TEST_F(GdbContainers, AnEmptyVectorIsAnEmptyArray) {
+    GdbExpression* e = rig_->evaluate(QStringLiteral("pending"));
+    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+    EXPECT_TRUE(e->isArray());
+    auto info = rig_->info(e);
+    ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
+    EXPECT_EQ(info->property("ArrayBounds").toStringList(), QStringList{QStringLiteral("0:-1")});
+    auto stats = rig_->statistics(e);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 0);
+}
+
+namespace {
+
+// The bytes of `values` (logical order, first index slowest) as the
+// container holds them in memory, column-major: element (i, j) of a
+// rows x cols matrix at i + rows * j.
+template <class T>
+std::vector<T> columnMajorMemory(const std::vector<double>& values, size_t rows, size_t cols) {
+    std::vector<T> memory(rows * cols);
+    for (size_t i = 0; i < rows; ++i)
+        for (size_t j = 0; j < cols; ++j)
+            memory[i + rows * j] = T(values[i * cols + j]);
+    return memory;
+}
+
+// Every cell of a cast's whole table: `check(r, c, text)` of each.
+void expectCastTable(Rig& rig, GdbExpression* e, int rows, int cols,
+                     const std::function<void(int, int, const QString&)>& check) {
+    auto table = rig.table(e, QString(), 0, 0, rows - 1, 0, cols - 1);
+    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
+    EXPECT_EQ(table->property("RowCount").toInt(), rows);
+    EXPECT_EQ(table->property("ColCount").toInt(), cols);
+    int seen = 0;
+    for (const QVariant& entry : table->property("TableDataList").toList()) {
+        const QVariantMap m = entry.toMap();
+        const int r = m.value(QStringLiteral("row")).toInt();
+        const int c = m.value(QStringLiteral("col")).toInt();
+        SCOPED_TRACE(QStringLiteral("cell %1,%2").arg(r).arg(c).toStdString());
+        check(r, c, m.value(QStringLiteral("value")).toString());
+        ++seen;
+    }
+    EXPECT_EQ(seen, rows * cols);
+}
+
+// The same value, or both NaN.
+::testing::AssertionResult sameBits(double expected, double actual) {
+    if (expected == actual || (std::isnan(expected) && std::isnan(actual)))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "expected " << expected << " got " << actual;
+}
+
+void reevaluate(Rig& rig, GdbExpression* e) {
+    auto future = e->evaluate(rig.debugger->currentFrame());
+    ASSERT_TRUE(waitFor([&] { return future.isFinished(); }));
+    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+}
+
+} // namespace
+
+TEST_F(GdbContainers, ACastReinterpretsTheElementsInTheContainersOwnLayout) {
+    // Armadillo's counts are long long, column-major: read as unsigned they
+    // keep their logical places.
+    const ArrayRef counts = reference(QStringLiteral("counts"));
+    const std::vector<double> countValues = valuesOf(counts);
+    ASSERT_EQ(countValues.size(), 15u);
+    GdbExpression* e = rig_->evaluate(QStringLiteral("counts"));
+    e->setType(QStringLiteral("unsigned long long"), true);
+    EXPECT_EQ(e->getAlternateExpression(), QStringLiteral("{unsigned long long [5][3]} counts"));
+    reevaluate(*rig_, e);
+    expectCastTable(*rig_, e, 5, 3, [&](int r, int c, const QString& cell) {
+        EXPECT_EQ(cell, QString::number(qint64(countValues[size_t(r * 3 + c)])));
+    });
+
+    // The samples' doubles read as floats: as many floats, in the matrix's
+    // own (column-major) order from its first element.
+    const ArrayRef samples = reference(QStringLiteral("samples"));
+    const std::vector<double> sampleValues = valuesOf(samples);
+    ASSERT_EQ(sampleValues.size(), 120u);
+    const std::vector<double> memory = columnMajorMemory<double>(sampleValues, 40, 3);
+    std::vector<float> floats(memory.size() * 2);
+    std::memcpy(floats.data(), memory.data(), memory.size() * sizeof(double));
+    GdbExpression* s = rig_->evaluate(QStringLiteral("samples"));
+    s->setType(QStringLiteral("float"), true);
+    reevaluate(*rig_, s);
+    auto stats = rig_->statistics(s);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 120);
+    expectCastTable(*rig_, s, 40, 3, [&](int r, int c, const QString& cell) {
+        EXPECT_TRUE(sameBits(floats[size_t(r + 40 * c)], float(number(cell))))
+            << cell.toStdString();
+    });
+
+    // An array type is C's: the same memory as 3 rows of 40, the matrix's
+    // columns.
+    s->setType(QStringLiteral("double [3][40]"), true);
+    reevaluate(*rig_, s);
+    expectCastTable(*rig_, s, 3, 40, [&](int r, int c, const QString& cell) {
+        EXPECT_TRUE(sameBits(memory[size_t(r * 40 + c)], number(cell))) << cell.toStdString();
+    });
+
+    // A strided Map read in place: each element's own bytes.
+    const ArrayRef inner = reference(QStringLiteral("inner"));
+    const std::vector<double> innerValues = valuesOf(inner);
+    GdbExpression* m = rig_->evaluate(QStringLiteral("inner"));
+    m->setType(QStringLiteral("long long"), true);
+    reevaluate(*rig_, m);
+    expectCastTable(*rig_, m, 10, 7, [&](int r, int c, const QString& cell) {
+        qint64 bits;
+        std::memcpy(&bits, &innerValues[size_t(r * 7 + c)], sizeof bits);
+        EXPECT_EQ(cell, QString::number(bits));
+    });
+    m->setType(QString(), true);
+    EXPECT_FALSE(m->hasAlternateExpression());
 }
