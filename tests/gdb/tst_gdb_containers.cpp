@@ -221,7 +221,7 @@ TEST_F(GdbContainers, EveryContainerAgainstTheProgramsOwnValues) {
         checkContainer(*rig_, reference(QLatin1String(name)));
 }
 
-TEST_F(GdbContainers, SlicesAndFiltersFollowLogicalIndices) {
+TEST_F(GdbContainers, SlicesFiltersAndFormatsFollowLogicalIndices) {
     // Column-major Eigen: every other row of one column.
     expectSelection(*rig_, reference(QStringLiteral("plate")),
                     {"[2:10:2][3]", {run(2, 10, 2), {3}}, {}, {}});
@@ -256,6 +256,40 @@ TEST_F(GdbContainers, SlicesAndFiltersFollowLogicalIndices) {
                     {"", {run(0, 2, 1), run(0, 3, 1), run(0, 4, 1)}, "$value < 0", [](double v) {
                          return v < 0;
                      }});
+
+    // Formats: the Blitz++ int cube's plane at its first index in hexadecimal
+    // (two's complement of 32 bits), the potential in scientific notation.
+    const ArrayRef labels = reference(QStringLiteral("labels"));
+    const std::vector<double> labelValues = valuesOf(labels);
+    GdbExpression* e = rig_->evaluate(QStringLiteral("labels"));
+    auto hex = rig_->table(e, QString(), 4, 0, 3, 0, 4);
+    ASSERT_EQ(resultOf(hex), QStringLiteral("done")) << msgOf(hex).toStdString();
+    const QVariantList hexCells = hex->property("TableDataList").toList();
+    ASSERT_EQ(hexCells.size(), 20);
+    for (const QVariant& entry : hexCells) {
+        const QVariantMap m = entry.toMap();
+        const int r = m.value(QStringLiteral("row")).toInt();
+        const int c = m.value(QStringLiteral("col")).toInt();
+        const quint32 bits = quint32(qint32(labelValues[size_t(r * 5 + c)]));
+        EXPECT_EQ(m.value(QStringLiteral("value")).toString(),
+                  QStringLiteral("0x") + QString::number(bits, 16))
+            << "cell " << r << "," << c;
+    }
+    const ArrayRef potential = reference(QStringLiteral("potential"));
+    const std::vector<double> potentialValues = valuesOf(potential);
+    GdbExpression* p = rig_->evaluate(QStringLiteral("potential"));
+    auto scientific = rig_->table(p, QString(), 7, 0, 1, 0, 9);
+    ASSERT_EQ(resultOf(scientific), QStringLiteral("done")) << msgOf(scientific).toStdString();
+    const QVariantList scientificCells = scientific->property("TableDataList").toList();
+    ASSERT_EQ(scientificCells.size(), 20);
+    for (const QVariant& entry : scientificCells) {
+        const QVariantMap m = entry.toMap();
+        const QString cell = m.value(QStringLiteral("value")).toString();
+        const size_t at = size_t(m.value(QStringLiteral("row")).toInt() * 10 +
+                                 m.value(QStringLiteral("col")).toInt());
+        EXPECT_TRUE(cell.contains(QLatin1Char('e'))) << cell.toStdString();
+        EXPECT_EQ(number(cell), potentialValues[at]) << cell.toStdString();
+    }
 }
 
 TEST_F(GdbContainers, WhatIsNoArrayOfNumbersIsRefusedWithWhatToShowAndEmptyIsEmpty) {
