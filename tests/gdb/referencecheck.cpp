@@ -245,4 +245,23 @@ void checkArray(Rig& rig, const ArrayRef& a, const QString& expression) {
         expectElement(rig, e, a, it.key(), it.value(), plotted ? &values : nullptr);
 }
 
+void expectEmptyArray(Rig& rig, const QString& expression) {
+    SCOPED_TRACE(expression.toStdString());
+    GdbExpression* e = rig.evaluate(expression);
+    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+    EXPECT_TRUE(e->isArray());
+    auto info = rig.info(e);
+    ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
+    EXPECT_EQ(info->property("ArrayBounds").toStringList(), QStringList{QStringLiteral("0:-1")});
+    auto stats = rig.statistics(e);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 0);
+    auto plot = rig.plot(e);
+    ASSERT_EQ(resultOf(plot), QStringLiteral("done")) << msgOf(plot).toStdString();
+    EXPECT_TRUE(plot->property("AllEvaluations").toByteArray().isEmpty());
+    auto table = rig.table(e, QString(), 0, 0, 10, 0, 0);
+    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
+    EXPECT_TRUE(table->property("TableDataList").toList().isEmpty());
+}
+
 } // namespace gdbtest

@@ -38,4 +38,8 @@ void checkArray(Rig& rig, const ArrayRef& a, const QString& expression = {});
 // checkArray() of every array the program wrote values for at this stop.
 void checkEveryArray(Rig& rig);
 
+// A value without elements (an empty container): an array all the same,
+// bounds 0:-1, Count 0, no plot values, no table cells.
+void expectEmptyArray(Rig& rig, const QString& expression);
+
 } // namespace gdbtest

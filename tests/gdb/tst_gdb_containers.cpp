@@ -75,36 +75,51 @@ void expectNaiveStatistics(const QSharedPointer<QObject>& stats, const ArrayRef&
     EXPECT_TRUE(near(median, stats->property("Median").toDouble(), 1e-15));
 }
 
-// The plane the table shows by default (the last two dimensions, every other
-// one at its lower bound): its first cells against the values.
-void expectFirstCells(Rig& rig, IHVExpression* e, const ArrayRef& a,
-                      const std::vector<double>& values) {
-    const std::vector<qint64> extent = extentsOf(a);
-    const size_t rank = extent.size();
-    const qint64 rows = rank == 1 ? extent[0] : extent[rank - 2];
-    const qint64 cols = rank == 1 ? 1 : extent[rank - 1];
-    const int lastRow = int(std::min<qint64>(rows, 4)) - 1;
-    const int lastCol = int(std::min<qint64>(cols, 4)) - 1;
-    auto table = rig.table(e, QString(), 0, 0, lastRow, 0, lastCol);
-    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
-    EXPECT_EQ(table->property("RowCount").toLongLong(), rows);
-    EXPECT_EQ(table->property("ColCount").toLongLong(), cols);
+// The table of `e`'s default plane (the last two dimensions, every other
+// one at its lower bound) in `format`, rows 0..lastRow and columns
+// 0..lastCol: `check(row, col, text)` of every cell, and that all came.
+// Answers with the table's bag for further checks.
+QSharedPointer<QObject> expectCells(Rig& rig, IHVExpression* e, int format, int lastRow,
+                                    int lastCol,
+                                    const std::function<void(int, int, const QString&)>& check) {
+    auto table = rig.table(e, QString(), format, 0, lastRow, 0, lastCol);
+    EXPECT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
+    if (resultOf(table) != QLatin1String("done"))
+        return table;
     int seen = 0;
     for (const QVariant& entry : table->property("TableDataList").toList()) {
         const QVariantMap m = entry.toMap();
         const int r = m.value(QStringLiteral("row")).toInt();
         const int c = m.value(QStringLiteral("col")).toInt();
         const QString cell = m.value(QStringLiteral("value")).toString();
-        ASSERT_LT(size_t(r * cols + c), values.size());
-        const double expected = values[size_t(r * cols + c)];
         SCOPED_TRACE(QStringLiteral("cell %1,%2 = %3").arg(r).arg(c).arg(cell).toStdString());
-        if (isFloatType(a.type))
-            EXPECT_TRUE(sameElement(a, expected, number(cell)));
-        else
-            EXPECT_EQ(cell, QString::number(qint64(expected)));
+        check(r, c, cell);
         ++seen;
     }
     EXPECT_EQ(seen, (lastRow + 1) * (lastCol + 1));
+    return table;
+}
+
+// The default plane's first cells against the values.
+void expectFirstCells(Rig& rig, IHVExpression* e, const ArrayRef& a,
+                      const std::vector<double>& values) {
+    const std::vector<qint64> extent = extentsOf(a);
+    const size_t rank = extent.size();
+    const qint64 rows = rank == 1 ? extent[0] : extent[rank - 2];
+    const qint64 cols = rank == 1 ? 1 : extent[rank - 1];
+    auto table =
+        expectCells(rig, e, 0, int(std::min<qint64>(rows, 4)) - 1,
+                    int(std::min<qint64>(cols, 4)) - 1, [&](int r, int c, const QString& cell) {
+                        ASSERT_LT(size_t(r * cols + c), values.size());
+                        const double expected = values[size_t(r * cols + c)];
+                        if (isFloatType(a.type))
+                            EXPECT_TRUE(sameElement(a, expected, number(cell)));
+                        else
+                            EXPECT_EQ(cell, QString::number(qint64(expected)));
+                    });
+    ASSERT_TRUE(table);
+    EXPECT_EQ(table->property("RowCount").toLongLong(), rows);
+    EXPECT_EQ(table->property("ColCount").toLongLong(), cols);
 }
 
 // Everything about one container: the checks every example's arrays get,
@@ -262,34 +277,17 @@ TEST_F(GdbContainers, SlicesFiltersAndFormatsFollowLogicalIndices) {
     const ArrayRef labels = reference(QStringLiteral("labels"));
     const std::vector<double> labelValues = valuesOf(labels);
     GdbExpression* e = rig_->evaluate(QStringLiteral("labels"));
-    auto hex = rig_->table(e, QString(), 4, 0, 3, 0, 4);
-    ASSERT_EQ(resultOf(hex), QStringLiteral("done")) << msgOf(hex).toStdString();
-    const QVariantList hexCells = hex->property("TableDataList").toList();
-    ASSERT_EQ(hexCells.size(), 20);
-    for (const QVariant& entry : hexCells) {
-        const QVariantMap m = entry.toMap();
-        const int r = m.value(QStringLiteral("row")).toInt();
-        const int c = m.value(QStringLiteral("col")).toInt();
+    expectCells(*rig_, e, 4, 3, 4, [&](int r, int c, const QString& cell) {
         const quint32 bits = quint32(qint32(labelValues[size_t(r * 5 + c)]));
-        EXPECT_EQ(m.value(QStringLiteral("value")).toString(),
-                  QStringLiteral("0x") + QString::number(bits, 16))
-            << "cell " << r << "," << c;
-    }
+        EXPECT_EQ(cell, QStringLiteral("0x") + QString::number(bits, 16));
+    });
     const ArrayRef potential = reference(QStringLiteral("potential"));
     const std::vector<double> potentialValues = valuesOf(potential);
     GdbExpression* p = rig_->evaluate(QStringLiteral("potential"));
-    auto scientific = rig_->table(p, QString(), 7, 0, 1, 0, 9);
-    ASSERT_EQ(resultOf(scientific), QStringLiteral("done")) << msgOf(scientific).toStdString();
-    const QVariantList scientificCells = scientific->property("TableDataList").toList();
-    ASSERT_EQ(scientificCells.size(), 20);
-    for (const QVariant& entry : scientificCells) {
-        const QVariantMap m = entry.toMap();
-        const QString cell = m.value(QStringLiteral("value")).toString();
-        const size_t at = size_t(m.value(QStringLiteral("row")).toInt() * 10 +
-                                 m.value(QStringLiteral("col")).toInt());
-        EXPECT_TRUE(cell.contains(QLatin1Char('e'))) << cell.toStdString();
-        EXPECT_EQ(number(cell), potentialValues[at]) << cell.toStdString();
-    }
+    expectCells(*rig_, p, 7, 1, 9, [&](int r, int c, const QString& cell) {
+        EXPECT_TRUE(cell.contains(QLatin1Char('e')));
+        EXPECT_EQ(number(cell), potentialValues[size_t(r * 10 + c)]);
+    });
 }
 
 TEST_F(GdbContainers, WhatIsNoArrayOfNumbersIsRefusedWithWhatToShowAndEmptyIsEmpty) {
@@ -317,15 +315,7 @@ TEST_F(GdbContainers, WhatIsNoArrayOfNumbersIsRefusedWithWhatToShowAndEmptyIsEmp
     }
 
     // Empty is no refusal: an array without elements.
-    GdbExpression* e = rig_->evaluate(QStringLiteral("pending"));
-    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
-    EXPECT_TRUE(e->isArray());
-    auto info = rig_->info(e);
-    ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
-    EXPECT_EQ(info->property("ArrayBounds").toStringList(), QStringList{QStringLiteral("0:-1")});
-    auto stats = rig_->statistics(e);
-    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
-    EXPECT_EQ(stats->property("Count").toInt(), 0);
+    expectEmptyArray(*rig_, QStringLiteral("pending"));
 }
 
 namespace {
@@ -342,23 +332,13 @@ std::vector<T> columnMajorMemory(const std::vector<double>& values, size_t rows,
     return memory;
 }
 
-// Every cell of a cast's whole table: `check(r, c, text)` of each.
+// Every cell of a cast's whole table.
 void expectCastTable(Rig& rig, GdbExpression* e, int rows, int cols,
                      const std::function<void(int, int, const QString&)>& check) {
-    auto table = rig.table(e, QString(), 0, 0, rows - 1, 0, cols - 1);
-    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
+    auto table = expectCells(rig, e, 0, rows - 1, cols - 1, check);
+    ASSERT_TRUE(table);
     EXPECT_EQ(table->property("RowCount").toInt(), rows);
     EXPECT_EQ(table->property("ColCount").toInt(), cols);
-    int seen = 0;
-    for (const QVariant& entry : table->property("TableDataList").toList()) {
-        const QVariantMap m = entry.toMap();
-        const int r = m.value(QStringLiteral("row")).toInt();
-        const int c = m.value(QStringLiteral("col")).toInt();
-        SCOPED_TRACE(QStringLiteral("cell %1,%2").arg(r).arg(c).toStdString());
-        check(r, c, m.value(QStringLiteral("value")).toString());
-        ++seen;
-    }
-    EXPECT_EQ(seen, rows * cols);
 }
 
 // The same value, or both NaN.

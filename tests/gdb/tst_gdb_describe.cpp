@@ -123,21 +123,7 @@ TEST_F(DomainMembers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
 
 TEST_F(DomainMembers, AnEmptyVectorIsAnEmptyArray) {
     EXPECT_EQ(rig_->ref.value("counts.m_dtHistory"), QStringLiteral("0"));
-    GdbExpression* e = rig_->evaluate(QStringLiteral("domain.m_dtHistory"));
-    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
-    EXPECT_TRUE(e->isArray());
-    auto info = rig_->info(e);
-    ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
-    EXPECT_EQ(info->property("ArrayBounds").toStringList(), QStringList{QStringLiteral("0:-1")});
-    auto stats = rig_->statistics(e);
-    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
-    EXPECT_EQ(stats->property("Count").toInt(), 0);
-    auto plot = rig_->plot(e);
-    ASSERT_EQ(resultOf(plot), QStringLiteral("done")) << msgOf(plot).toStdString();
-    EXPECT_TRUE(plot->property("AllEvaluations").toByteArray().isEmpty());
-    auto table = rig_->table(e, QString(), 0, 0, 10, 0, 0);
-    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
-    EXPECT_TRUE(table->property("TableDataList").toList().isEmpty());
+    expectEmptyArray(*rig_, QStringLiteral("domain.m_dtHistory"));
 }
 
 TEST_F(DomainMembers, ACastReinterpretsTheElementsNotTheVector) {
