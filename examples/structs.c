@@ -6,9 +6,10 @@
  * `*A->list_of_vals@A->local_nnz`, a domain with per-region element counts
  * `*domain.m_regElemSize@domain.m_numReg`, a structured block reached
  * through a pointer to rows `*blk->rows@blk->ny`, a ghost layer this rank
- * does not have (length 0) and a node count not computed yet (-1), and a
- * pool of scratch blocks handed out by next_block(), which counts its calls
- * in `blocks_handed_out`.
+ * does not have (length 0) and a node count not computed yet (-1), a
+ * residual history whose values follow its header (`double v[]`, shown as
+ * `*hist->v@hist->n`), and a pool of scratch blocks handed out by
+ * next_block(), which counts its calls in `blocks_handed_out`.
  *
  * The program writes its reference values, then stops once, in main, at the
  * line marked "arraylens-break: main".
@@ -53,6 +54,12 @@ typedef struct {
     int ny;
     double (*rows)[NX];
 } block_t;
+
+/* ---- a solver's residual history: its values follow the header ---- */
+typedef struct {
+    int n;
+    double v[];
+} history_t;
 
 /* ---- scratch blocks for a solver's work vectors ---- */
 #define POOL_BLOCKS 64
@@ -144,6 +151,7 @@ int main(int argc, char** argv) {
     csr_matrix* A = assemble_laplacian(36, 20);
     domain_t domain;
     block_t block, *blk = &block;
+    history_t* hist = malloc(sizeof *hist + 25 * sizeof(double));
     char name[64];
     int i, j;
 
@@ -156,6 +164,10 @@ int main(int argc, char** argv) {
     for (j = 0; j < POOL_BLOCKS; ++j)
         for (i = 0; i < BLOCK_LEN; ++i)
             pool[j][i] = j + i / 16.0;
+    /* Residuals of a converging iteration. */
+    hist->n = 25;
+    for (i = 0; i < hist->n; ++i)
+        hist->v[i] = pow(0.6, i) * (1.0 + 0.1 * cos(i));
 
     fprintf(ref, "stop=main\n");
     ref_array(ref, "vals", "*A->list_of_vals@A->local_nnz", REF_DOUBLE, A->list_of_vals,
@@ -182,6 +194,9 @@ int main(int argc, char** argv) {
     ref_elem(ref, "rows", "[0][0]", REF_DOUBLE, &block.rows[0][0]);
     ref_elem(ref, "rows", "[2][5]", REF_DOUBLE, &block.rows[2][5]);
     ref_elem(ref, "rows", "[6][11]", REF_DOUBLE, &block.rows[6][11]);
+    ref_array(ref, "residuals", "*hist->v@hist->n", REF_DOUBLE, hist->v, (size_t)hist->n,
+              bounds_of(hist->n));
+    ref_elem(ref, "residuals", "[24]", REF_DOUBLE, &hist->v[24]);
     fprintf(ref, "counts.local_nnz=%d\n", A->local_nnz);
     fprintf(ref, "counts.m_numReg=%d\n", domain.m_numReg);
     fprintf(ref, "counts.m_numGhost=%d\n", domain.m_numGhost);
@@ -203,5 +218,6 @@ int main(int argc, char** argv) {
     free(domain.m_e);
     free(domain.m_ghostE);
     free(block.rows);
+    free(hist);
     return 0;
 }

@@ -101,6 +101,7 @@ bool readDescriberReply(const QString& console, ArrayFacts& facts, Failure& fail
         }
         facts.byteStrides.append(number);
     }
+    facts.problem = o.value(QLatin1String("problem")).toString();
     if (o.value(QLatin1String("shapeUnknown")).toBool()) {
         // gdb's type text says why: not allocated, assumed size, `[]`.
         const TypeShape shape =

@@ -17,6 +17,7 @@
 
 import json
 import re
+import struct
 
 import gdb
 
@@ -100,37 +101,72 @@ class Evaluation:
         self.offset = 0
 
 
-_modules = None
+_string_tables = {}
 
 
-def _forget_modules(event=None):
-    global _modules
-    _modules = None
+def _forget_string_tables(event=None):
+    _string_tables.clear()
 
 
-gdb.events.new_objfile.connect(_forget_modules)
+gdb.events.new_objfile.connect(_forget_string_tables)
 
 
-def fortran_modules():
-    """The names of the program's Fortran modules (cached until another
-    object file is loaded)."""
-    global _modules
-    if _modules is None:
-        text = gdb.execute("info modules", to_string=True)
-        _modules = re.findall(r"^(?:\d+:)?\t(\S+)$", text, re.M)
-    return _modules
+def string_tables(path):
+    """The symbol-name tables (.strtab, .dynstr) of an ELF file, read once.
+    Only their bytes are kept: a module variable's linkage name,
+    __module_MOD_name, is all that is looked for in them."""
+    if path in _string_tables:
+        return _string_tables[path]
+    tables = []
+    try:
+        with open(path, "rb") as f:
+            header = f.read(64)
+            if header[:4] != b"\x7fELF" or header[4] != 2:  # 64-bit ELF only
+                raise OSError("not a 64-bit ELF file")
+            order = "<" if header[5] == 1 else ">"
+            shoff, = struct.unpack_from(order + "Q", header, 0x28)
+            shentsize, shnum, shstrndx = struct.unpack_from(order + "HHH", header, 0x3A)
+            f.seek(shoff)
+            raw = f.read(shentsize * shnum)
+            sections = [struct.unpack_from(order + "IIQQQQ", raw, i * shentsize)
+                        for i in range(shnum)]
+            names_offset, names_size = sections[shstrndx][4], sections[shstrndx][5]
+            f.seek(names_offset)
+            names = f.read(names_size)
+            for name, kind, _flags, _addr, offset, size in sections:
+                label = names[name:names.index(b"\0", name)]
+                if kind == 3 and label in (b".strtab", b".dynstr"):  # SHT_STRTAB
+                    f.seek(offset)
+                    tables.append(f.read(size))
+    except (OSError, struct.error, ValueError, IndexError):
+        tables = []
+    _string_tables[path] = tables
+    return tables
 
 
 def module_of(name):
     """The module that holds the variable `name`, when exactly one does.
     gdb finds a module's variable by its plain name only in a routine that
     uses the module directly; one that reaches it through another module
-    needs module::name."""
+    needs module::name. gdb's own lists of modules take a quarter of a
+    second and more; the linkage names in the symbol tables of the program's
+    files take a millisecond, and gdb confirms each candidate."""
+    suffix = b"_MOD_" + name.lower().encode() + b"\0"
     holders = []
-    for module in fortran_modules():
-        qualified = module + "::" + name.lower()
-        if gdb.lookup_global_symbol(qualified) or gdb.lookup_static_symbol(qualified):
-            holders.append(module)
+    for objfile in gdb.objfiles():
+        if not objfile.filename:
+            continue
+        for table in string_tables(objfile.filename):
+            at = table.find(suffix)
+            while at >= 0:
+                start = table.rfind(b"\0", 0, at) + 1
+                if table.startswith(b"__", start) and at > start + 2:
+                    module = table[start + 2:at].decode("utf-8", "replace")
+                    qualified = module + "::" + name.lower()
+                    if module not in holders and (gdb.lookup_global_symbol(qualified) or
+                                                  gdb.lookup_static_symbol(qualified)):
+                        holders.append(module)
+                at = table.find(suffix, at + 1)
     if len(holders) > 1:
         raise Problem("%s is a variable of the modules %s: name the one you mean, for example "
                       "%s::%s." % (name, ", ".join(holders), holders[0], name))
@@ -161,6 +197,50 @@ def qualify_leading_name(text):
         return text
     module = module_of(name)
     return qualify(text, name, module) if module else text
+
+
+FORTRAN_CHAIN = re.compile(r"^\s*(?:[A-Za-z_]\w*\s*::\s*)?[A-Za-z_]\w*(?:\s*%\s*[A-Za-z_]\w*)*\s*$")
+
+
+def variable_symbol(name):
+    """The variable `name` as the selected frame sees it, else the one module
+    variable of that name; None when there is neither."""
+    if "::" in name:
+        return gdb.lookup_global_symbol(name) or gdb.lookup_static_symbol(name)
+    symbol = gdb.lookup_symbol(name)[0]
+    if symbol is not None and (symbol.is_variable or symbol.is_argument):
+        return symbol
+    module = module_of(name)
+    if module is None:
+        return None
+    qualified = module + "::" + name
+    return gdb.lookup_global_symbol(qualified) or gdb.lookup_static_symbol(qualified)
+
+
+def fortran_chain(text):
+    """`chunk%field%density0` read through gdb's symbols and values: gdb's
+    Fortran parser looks every name of a component chain up as a symbol
+    first, which takes 8 ms and more each in a program with debug
+    information for its libraries, while the value's own components cost
+    nothing. An array in the middle (`cells%density`) takes the rest of the
+    chain across its elements. None when the text is not such a chain or a
+    step of it does not work: then gdb's parser decides."""
+    if not FORTRAN_CHAIN.match(text):
+        return None
+    names = [n.strip().lower().replace(" ", "") for n in text.split("%")]
+    symbol = variable_symbol(names[0])
+    if symbol is None:
+        return None
+    try:
+        value = symbol.value(gdb.selected_frame()) if symbol.needs_frame else symbol.value()
+        for k in range(1, len(names)):
+            if value.type.strip_typedefs().code == gdb.TYPE_CODE_ARRAY:
+                # `cells%density`: the rest of the chain across the array.
+                return components_of(value, "%".join(names[:k]), names[k:])
+            value = value[names[k]]
+    except (gdb.error, KeyError, TypeError, ValueError):
+        return None
+    return Evaluation(value)
 
 
 def parse(text):
@@ -201,11 +281,40 @@ def repeat(left_text, count_text):
     return at_address(int(left.address), left.type.array(count - 1))
 
 
+def components_of(left, left_text, path):
+    """One component (`path`, a chain of names) of every element of the
+    array of derived types `left`: the component lies at a fixed offset in
+    every element, so it is an array with the structures' strides."""
+    element = left.type.strip_typedefs()
+    while element.code == gdb.TYPE_CODE_ARRAY:
+        element = element.target().strip_typedefs()
+    offset = 0
+    walked = left_text
+    for name in path:
+        if element.code != gdb.TYPE_CODE_STRUCT:
+            raise Problem("%s is not of a derived type: it has no component %s." %
+                          (walked, name))
+        field = next((f for f in element.fields() if f.name and f.name.lower() ==
+                      name.lower()), None)
+        if field is None:
+            raise Problem("There is no component %s in %s (of %s)." %
+                          (name, walked, str(element)))
+        offset += field.bitpos // 8
+        element = field.type.strip_typedefs()
+        walked += "%" + name
+    if element.code in (gdb.TYPE_CODE_ARRAY, gdb.TYPE_CODE_STRUCT):
+        raise Problem("%s has a component %s that is itself an array or a derived "
+                      "type: show it for one element, for example %s(1)%%%s." %
+                      (left_text, path[-1], left_text, "%".join(path)), "notarray")
+    result = Evaluation(left, element_type=field.type)
+    result.offset = offset
+    return result
+
+
 def component_across(text):
-    """`cells%density` or `cells(2:5)%density`: one component of every
-    element of an array of derived types, which gdb does not evaluate. The
-    array is evaluated once; the component lies at a fixed offset in every
-    element, so it is an array with the structures' strides."""
+    """`cells(2:5)%density` and the like, which gdb does not evaluate: the
+    array left of a `%` is evaluated once, then the component is taken
+    across it."""
     for split in top_level(text, "%"):
         left_text = text[:split].strip()
         path = [p.strip() for p in text[split + 1:].split("%")]
@@ -215,33 +324,9 @@ def component_across(text):
             left = strip_references(parse(left_text))
         except gdb.error:
             continue
-        type_ = left.type.strip_typedefs()
-        if type_.code != gdb.TYPE_CODE_ARRAY:
+        if left.type.strip_typedefs().code != gdb.TYPE_CODE_ARRAY:
             continue
-        element = type_
-        while element.code == gdb.TYPE_CODE_ARRAY:
-            element = element.target().strip_typedefs()
-        offset = 0
-        walked = left_text
-        for name in path:
-            if element.code != gdb.TYPE_CODE_STRUCT:
-                raise Problem("%s is not of a derived type: it has no component %s." %
-                              (walked, name))
-            field = next((f for f in element.fields() if f.name and f.name.lower() ==
-                          name.lower()), None)
-            if field is None:
-                raise Problem("There is no component %s in %s (of %s)." %
-                              (name, walked, str(element)))
-            offset += field.bitpos // 8
-            element = field.type.strip_typedefs()
-            walked += "%" + name
-        if element.code in (gdb.TYPE_CODE_ARRAY, gdb.TYPE_CODE_STRUCT):
-            raise Problem("%s has a component %s that is itself an array or a derived "
-                          "type: show it for one element, for example %s(1)%%%s." %
-                          (left_text, path[-1], left_text, "%".join(path)), "notarray")
-        result = Evaluation(left, element_type=field.type)
-        result.offset = offset
-        return result
+        return components_of(left, left_text, path)
     return None
 
 
@@ -251,6 +336,10 @@ def evaluate(text):
     if repeats:
         at = repeats[-1]
         return Evaluation(repeat(text[:at].strip(), text[at + 1:].strip()))
+    if is_fortran():
+        chain = fortran_chain(text)
+        if chain is not None:
+            return chain
     try:
         return Evaluation(parse(text))
     except gdb.error as error:
@@ -264,17 +353,15 @@ def evaluate(text):
 # ---------------------------------------------------------------- shapes
 
 
-def shape_unknown(type_text, fortran):
-    """An array whose extent gdb cannot tell: an allocatable before
-    allocate, a pointer not associated, an assumed-size dummy, `[]`. The
-    service words the reason from the type text."""
-    if fortran:
-        shape = re.search(r" \(([^()]*)\)$", type_text)
-        if not shape:
-            return False
-        parts = [p.strip() for p in shape.group(1).split(",")]
-        return any(p == ":" or p.endswith("*") for p in parts)
-    return "[]" in type_text
+def shape_unknown(type_text):
+    """A Fortran array whose extent gdb cannot tell: an allocatable before
+    allocate, a pointer not associated, an assumed-size dummy. The service
+    words the reason from the type text."""
+    shape = re.search(r" \(([^()]*)\)$", type_text)
+    if not shape:
+        return False
+    parts = [p.strip() for p in shape.group(1).split(",")]
+    return any(p == ":" or p.endswith("*") for p in parts)
 
 
 def array_levels(type_):
@@ -323,10 +410,15 @@ def element_text(type_):
 SIMPLE_OPERAND = re.compile(r"^[A-Za-z_]\w*(?:(?:\.|->|::)[A-Za-z_]\w*|\[[^\[\]]*\])*$")
 
 
+def operand_of(text):
+    """`text` as the operand of a unary `*`."""
+    return text if SIMPLE_OPERAND.match(text.strip()) else "(" + text + ")"
+
+
 def pointer_hint(text, type_):
     """What to type to see the memory a pointer points to."""
     target = type_.target()
-    operand = text if SIMPLE_OPERAND.match(text.strip()) else "(" + text + ")"
+    operand = operand_of(text)
     if target.strip_typedefs().code == gdb.TYPE_CODE_VOID:
         return ("%s is a pointer to void: give its elements a type, for example "
                 "*(double *)%s@N" % (text, operand))
@@ -379,10 +471,19 @@ def describe_text(text, layout):
             shown = shown.array(lower, upper)
         facts["type"] = str(shown)
     facts["isArray"] = True
-    if shape_unknown(facts["type"], fortran):
+    if fortran and shape_unknown(facts["type"]):
         facts["shapeUnknown"] = True
         return facts
     dims = list(reversed(levels)) if fortran else levels
+    if not fortran and evaluation.element_type is None and (
+            "[]" in str(type_) or any(hi < lo for lo, hi in levels)):
+        # `double v[]` at the end of a structure (gdb gives it the bounds
+        # 0:0), or the older `double v[0]`: the length lives elsewhere, and
+        # no length is not an empty array.
+        facts["problem"] = ("%s is declared without a length (its type is %s): show N "
+                            "elements with *%s@N" % (text, facts["type"], operand_of(text)))
+        facts["dims"] = [[str(lo), str(hi)] for lo, hi in dims]
+        return facts
     facts["dims"] = [[str(lo), str(hi)] for lo, hi in dims]
     facts["element"] = element_text(element)
     facts["elementSize"] = element.sizeof

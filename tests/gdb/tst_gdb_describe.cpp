@@ -75,7 +75,7 @@ TEST_F(StructIdioms, CountsThatAreNoLengthAreRefusedInGdbsWords) {
     }
 }
 
-TEST_F(StructIdioms, APointerIsNoArrayButSaysHowToShowOne) {
+TEST_F(StructIdioms, APointerOrAnArrayWithoutLengthSaysHowToShowIt) {
     GdbExpression* p = rig_->evaluate(QStringLiteral("A->list_of_vals"));
     EXPECT_FALSE(p->hasError());
     EXPECT_FALSE(p->isArray());
@@ -88,6 +88,14 @@ TEST_F(StructIdioms, APointerIsNoArrayButSaysHowToShowOne) {
     EXPECT_EQ(refusalOf(QStringLiteral("A->list_of_vals + 1")),
               QStringLiteral("error A->list_of_vals + 1 is a pointer to double: show N elements "
                              "with *(A->list_of_vals + 1)@N"));
+    // gdb gives `double v[]` the bounds 0:0: one element would be a wrong
+    // answer.
+    GdbExpression* v = rig_->evaluate(QStringLiteral("hist->v"));
+    EXPECT_EQ(v->getErrorMessage(),
+              QStringLiteral("hist->v is declared without a length (its type is double []): show "
+                             "N elements with *hist->v@N"));
+    EXPECT_EQ(refusalOf(QStringLiteral("hist->v")),
+              QStringLiteral("error ") + v->getErrorMessage());
 }
 
 TEST_F(DomainMembers, EveryArrayIncludingVectorsByTheirOwnNames) {

@@ -77,6 +77,14 @@ TEST(DescriberReply, ErrorsRefusalsAndUnknownShapes) {
     EXPECT_EQ(facts.dims.size(), 2);
 
     facts = ArrayFacts();
+    ASSERT_TRUE(readDescriberReply(
+        QStringLiteral("arraylens-describe: {\"language\": \"c\", \"isArray\": true, "
+                       "\"type\": \"double []\", \"problem\": \"v is declared without a "
+                       "length\", \"dims\": [[\"0\", \"0\"]]}"),
+        facts, failure));
+    EXPECT_EQ(facts.problem, QStringLiteral("v is declared without a length"));
+
+    facts = ArrayFacts();
     EXPECT_FALSE(readDescriberReply(
         QStringLiteral("Python scripting is not supported in this copy of GDB.\n"), facts,
         failure));
