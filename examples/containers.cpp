@@ -228,6 +228,10 @@ int main(int argc, char** argv) {
         for (long j = -1; j < 7; ++j)
             for (long k = 0; k < 3; ++k)
                 pressure[i][j][k] = 101.3 + 0.5 * i - 0.25 * j + 0.01 * k * (i + j);
+    // The interior of the middle layer, without the ghosts: a view.
+    using boost::indices;
+    using span = boost::multi_array_types::index_range;
+    auto pressureInterior = pressure[indices[span(0, 4)][span(0, 6)][1]];
     // Velocities shared with a Fortran solver: column-major, based at 1.
     boost::multi_array<float, 2> velocity(boost::extents[4][6], boost::fortran_storage_order());
     velocity.reindex(1);
@@ -329,6 +333,8 @@ int main(int argc, char** argv) {
 
     report<double, 3>(ref, "pressure", {{{-1, 4}, {-1, 6}, {0, 2}}},
                       [&](auto i) { return pressure[i[0]][i[1]][i[2]]; });
+    report<double, 2>(ref, "pressureInterior", {{{0, 3}, {0, 5}}},
+                      [&](auto i) { return pressureInterior[i[0]][i[1]]; });
     report<float, 2>(ref, "velocity", {{{1, 4}, {1, 6}}},
                      [&](auto i) { return velocity[i[0]][i[1]]; });
     report<double, 2>(ref, "stage", {{{0, 4}, {0, 7}}}, [&](auto i) { return stage[i[0]][i[1]]; });

@@ -226,8 +226,8 @@ TEST_F(GdbContainers, EveryContainerAgainstTheProgramsOwnValues) {
         "snapshot",
         // Armadillo
         "samples", "centre", "energy", "covariance", "history", "counts", "gains",
-        // Boost.MultiArray: bases -1, a Fortran order based at 1, a multi_array_ref
-        "pressure", "velocity", "stage",
+        // Boost.MultiArray: bases -1, a strided view, a Fortran order based at 1, a multi_array_ref
+        "pressure", "pressureInterior", "velocity", "stage",
         // xtensor, both layouts
         "density", "stress", "moments",
         // Blitz++: based at -2, a fortranArray, an int cube
