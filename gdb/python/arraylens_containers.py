@@ -285,7 +285,8 @@ RECIPES = [
            data=lambda v: v["m_data"],
            extents=lambda v: _eigen_map_layout(v)[0],
            strides=lambda v: _eigen_map_layout(v)[1],
-           element=lambda v, t: template_argument(t.template_argument(0).strip_typedefs(), 0)),
+           element=lambda v, t: template_argument(
+               t.template_argument(0).strip_typedefs().unqualified(), 0)),
     Recipe(name="arma::Mat",
            pattern=r"^arma::(Mat|Col|Row)<",
            data=lambda v: v["mem"],
@@ -397,12 +398,7 @@ def container_layout(value):
     if recipe.strides:
         strides = [int(s) for s in recipe.strides(value)]
     else:
-        strides = [0] * len(extents)
-        step = 1
-        order = range(len(extents) - 1, -1, -1) if recipe.order == "C" else range(len(extents))
-        for d in order:
-            strides[d] = step
-            step *= max(1, extents[d])
+        strides = _strides_of(extents, recipe.order)
     size = element.sizeof
     pointer = recipe.data(value)
     address = int(pointer) if pointer is not None else 0
