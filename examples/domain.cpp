@@ -3,7 +3,8 @@
 // std::vector members, region counts in a `new`ed array whose length is
 // another member (`*domain.m_regElemSize@domain.m_numReg`), and members
 // that are no array of numbers: a vector of vectors, a vector of
-// structures, a vector<bool>, and a vector nothing has been put in yet.
+// structures, of an enumeration, of pointers, a vector<bool>, and a vector
+// nothing has been put in yet.
 //
 // The program writes its reference values, then stops once, in main, at
 // the line marked "arraylens-break: main".
@@ -21,6 +22,8 @@ extern "C" void arraylens_break(const char* where) {
 
 typedef int Index_t;
 typedef double Real_t;
+
+enum Material { Gas, Liquid, Solid };
 
 struct Node {
     Real_t x, y, z;
@@ -48,6 +51,9 @@ public:
         }
         for (Index_t n = 0; n <= numElem; ++n)
             m_nodes[n] = Node{1.0 * n, 0.5 * n, 0.0, 1.0 + n};
+        for (Index_t i = 0; i < numElem; ++i)
+            m_material.push_back(m_e[i] > 5.0e4 ? Solid : (m_e[i] > 1.0e4 ? Liquid : Gas));
+        m_fields = {m_e.data(), m_p.data()};
     }
     ~Domain() { delete[] m_regElemSize; }
     Domain(const Domain&) = delete;
@@ -61,6 +67,8 @@ public:
     std::vector<Real_t> m_p;                         // pressure
     std::vector<bool> m_elemActive;
     std::vector<Node> m_nodes;
+    std::vector<Material> m_material;
+    std::vector<Real_t*> m_fields;   // the element fields, for loops over all of them
     std::vector<Real_t> m_dtHistory; // time steps taken: none yet
 };
 

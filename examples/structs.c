@@ -33,6 +33,7 @@ typedef struct {
     int* row_start;       /* n_rows + 1 offsets into col_index and list_of_vals */
     int* col_index;       /* local_nnz column numbers */
     double* list_of_vals; /* local_nnz values */
+    void* solver_data;    /* whatever the preconditioner keeps */
 } csr_matrix;
 
 /* ---- a mesh domain split into regions ---- */
@@ -110,6 +111,7 @@ static csr_matrix* assemble_laplacian(int nx, int ny) {
         }
     }
     A->row_start[A->n_rows] = k;
+    A->solver_data = A->list_of_vals;
     if (k != A->local_nnz) {
         fprintf(stderr, "assembled %d nonzeros, expected %d\n", k, A->local_nnz);
         exit(3);

@@ -238,8 +238,12 @@ QString reinterpretCast(const QString& expression, const QString& type, bool exp
     QString base, dims;
     splitCastType(type, currentDims, base, dims);
     const QString pointerType = base + QLatin1String("(*)") + dims;
-    if (expressionIsArray)
-        return QStringLiteral("*(%1)&(%2)").arg(pointerType, expression);
+    if (expressionIsArray) {
+        // `&(L@N)` makes gdb read all N elements first; `&(L)` is the same
+        // address and reads nothing.
+        const auto operand = repeatOperand(expression);
+        return QStringLiteral("*(%1)&(%2)").arg(pointerType, operand ? *operand : expression);
+    }
     return QStringLiteral("*(%1)(%2)").arg(pointerType, expression);
 }
 

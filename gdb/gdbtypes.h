@@ -68,7 +68,8 @@ QString elementExpression(const QString& expression, const QVector<qint64>& inde
 // The reinterpreting cast that makes `expression` show as type `type`:
 // `*(double(*)[1000])&(E)` for an array, `*(double(*)[1000])(E)` for a
 // pointer. A type without dimensions keeps the dimensions the array has now
-// (`currentDims`), so `float` over `int [10]` reads `float [10]`.
+// (`currentDims`), so `float` over `int [10]` reads `float [10]`. An
+// artificial array `L@N` is cast through `&(L)`, which reads nothing.
 QString reinterpretCast(const QString& expression, const QString& type, bool expressionIsArray,
                         const QVector<DimBounds>& currentDims);
 

@@ -36,6 +36,15 @@ TEST_F(StructIdioms, EveryArrayAndItsComputedCount) {
         rig_->evaluate(QStringLiteral("*domain.m_regElemSize@domain.m_numReg"));
     auto stats = rig_->statistics(regions);
     EXPECT_EQ(stats->property("Count").toString(), rig_->ref.value("counts.m_numReg"));
+
+    // A cast of the block starts from its first element, not from the whole
+    // block gdb would have to read to take its address.
+    vals->setType(QStringLiteral("float"), true);
+    EXPECT_EQ(vals->getAlternateExpression(), QStringLiteral("*(float(*)[%1])&(*A->list_of_vals)")
+                                                  .arg(rig_->ref.value("counts.local_nnz")));
+    auto floats = rig_->statistics(vals);
+    ASSERT_EQ(resultOf(floats), QStringLiteral("done")) << msgOf(floats).toStdString();
+    EXPECT_EQ(floats->property("Count").toString(), rig_->ref.value("counts.local_nnz"));
 }
 
 TEST_F(StructIdioms, AFunctionInTheExpressionRunsOncePerEvaluationAndRequest) {
@@ -85,6 +94,9 @@ TEST_F(StructIdioms, APointerOrAnArrayWithoutLengthSaysHowToShowIt) {
     EXPECT_EQ(refusalOf(QStringLiteral("blk->rows")),
               QStringLiteral("error blk->rows is a pointer to double [12]: show N elements with "
                              "*blk->rows@N"));
+    EXPECT_EQ(refusalOf(QStringLiteral("A->solver_data")),
+              QStringLiteral("error A->solver_data is a pointer to void: give its elements a "
+                             "type, for example *(double *)A->solver_data@N"));
     EXPECT_EQ(refusalOf(QStringLiteral("A->list_of_vals + 1")),
               QStringLiteral("error A->list_of_vals + 1 is a pointer to double: show N elements "
                              "with *(A->list_of_vals + 1)@N"));
@@ -115,6 +127,12 @@ TEST_F(DomainMembers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
          "show one of them, for example domain.m_regElemList[0]."},
         {"domain.m_nodes", "domain.m_nodes is a std::vector of Node, which are structures, not "
                            "numbers: print one of them, for example domain.m_nodes[0]."},
+        {"domain.m_material",
+         "domain.m_material is a std::vector of Material, which is not a number or a character: "
+         "print one element, for example domain.m_material[0]."},
+        {"domain.m_fields",
+         "domain.m_fields is a std::vector of pointers (double *): show what one of them points "
+         "to, for example *domain.m_fields[0]@N."},
         {"domain.m_elemActive",
          "domain.m_elemActive is a std::vector<bool>, which packs its elements as bits: show one "
          "element, for example domain.m_elemActive[0]."},

@@ -111,6 +111,11 @@ TEST(Expressions, ElementsAndCasts) {
     EXPECT_EQ(reinterpretCast(QStringLiteral("counters"), QStringLiteral("int"), true,
                               {DimBounds{0, 63}}),
               QStringLiteral("*(int(*)[64])&(counters)"));
+    // An artificial array is cast from its first element: gdb would read all
+    // of `*data@count` to take its address.
+    EXPECT_EQ(reinterpretCast(QStringLiteral("*data@count"), QStringLiteral("float"), true,
+                              {DimBounds{0, 99}}),
+              QStringLiteral("*(float(*)[100])&(*data)"));
 }
 
 TEST(Elements, Classes) {
