@@ -24,16 +24,10 @@ import statistics
 import subprocess
 import sys
 
+from bench_stats import break_location
+
 TARGET_MS = 50.0
 TRACE = re.compile(r"^\[mi +(\d+)\] (.) (\d*)(.*)$")
-
-
-def break_location(build, key):
-    with open(os.path.join(build, "examples", "break-locations.txt")) as f:
-        for line in f:
-            if line.startswith(key + "="):
-                return line.strip().split("=", 1)[1]
-    sys.exit("no break location %s" % key)
 
 
 def one_run(build, stop, expression):

@@ -7,6 +7,12 @@
 
 namespace gdbtest {
 
+// Typed text and the words it must be answered with.
+struct Words {
+    const char* expression;
+    const char* words;
+};
+
 // One debuggee run shared by all checks of a program's stop.
 class SharedStop : public ::testing::Test {
 protected:

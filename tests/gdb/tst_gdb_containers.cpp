@@ -291,10 +291,7 @@ TEST_F(GdbContainers, SlicesFiltersAndFormatsFollowLogicalIndices) {
 }
 
 TEST_F(GdbContainers, WhatIsNoArrayOfNumbersIsRefusedWithWhatToShowAndEmptyIsEmpty) {
-    const struct {
-        const char* expression;
-        const char* words;
-    } cases[] = {
+    const Words cases[] = {
         {"perMaterial", "perMaterial is a std::vector of std::vector<double>, a container of "
                         "containers: show one of them, for example perMaterial[0]."},
         {"positions", "positions is a std::vector of Eigen::Matrix<double, 3, 1, 0, 3, 1>, a "

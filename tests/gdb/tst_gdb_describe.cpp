@@ -65,10 +65,7 @@ TEST_F(StructIdioms, AFunctionInTheExpressionRunsOncePerEvaluationAndRequest) {
 TEST_F(StructIdioms, CountsThatAreNoLengthAreRefusedInGdbsWords) {
     EXPECT_EQ(rig_->ref.value("counts.m_numGhost"), QStringLiteral("0"));
     EXPECT_EQ(rig_->ref.value("counts.m_numNode"), QStringLiteral("-1"));
-    const struct {
-        const char* expression;
-        const char* words;
-    } cases[] = {
+    const Words cases[] = {
         {"*domain.m_ghostE@domain.m_numGhost", "Invalid number 0 of repetitions."},
         {"*domain.m_nodalMass@domain.m_numNode", "Invalid number -1 of repetitions."},
         {"*A->list_of_vals@2.5", "Non-integral right operand for \"@\" operator."},
@@ -118,10 +115,7 @@ TEST_F(DomainMembers, EveryArrayIncludingVectorsByTheirOwnNames) {
 }
 
 TEST_F(DomainMembers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
-    const struct {
-        const char* expression;
-        const char* words;
-    } cases[] = {
+    const Words cases[] = {
         {"domain.m_regElemList",
          "domain.m_regElemList is a std::vector of std::vector<int>, a container of containers: "
          "show one of them, for example domain.m_regElemList[0]."},
@@ -202,10 +196,7 @@ TEST(HydroFortran, ModuleVariablesPointerArraysAndComponentsAtEveryStop) {
     // The pointer array on a strided section, components across the array
     // of derived types.
     checkEveryArray(*rig);
-    const struct {
-        const char* expression;
-        const char* words;
-    } refusals[] = {
+    const Words refusals[] = {
         {"cells%nosuch", "There is no component nosuch in cells (of Type cell_state)."},
         {"cells%density%x", "cells%density is not of a derived type: it has no component x."},
         {"cells%mass_fraction", "cells has a component mass_fraction that is itself an array or a "
