@@ -368,6 +368,22 @@ static inline void ref_elem(FILE* f, const char* name, const char* index, ref_ki
     fputc('\n', f);
 }
 
+/* Every element, in the order the array lists them (first index slowest,
+ * whatever the storage order), comma-separated on one line as the Fortran
+ * side writes them: for tests that check each value or work out their own
+ * statistics. */
+static inline void ref_values(FILE* f, const char* name, ref_kind k, const void* data,
+                              size_t count) {
+    size_t i;
+    fprintf(f, "%s.values=", name);
+    for (i = 0; i < count; ++i) {
+        if (i > 0)
+            fputc(',', f);
+        ref_put_value(f, k, ref_load(k, data, i));
+    }
+    fputc('\n', f);
+}
+
 /* A fixed-seed generator (64-bit LCG, Knuth's MMIX constants) so the data
  * is the same on every run and every machine. */
 typedef struct {

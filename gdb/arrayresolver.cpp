@@ -2,6 +2,8 @@
 
 #include "describer.h"
 
+#include <algorithm>
+
 namespace arraylens::gdb {
 
 namespace {
@@ -373,13 +375,20 @@ bool ArrayResolver::describeContainerCast(const FortranCastText& cast, const Arr
                                           const CastElement& element, ArrayFacts& facts,
                                           Failure& failure) {
     const TypeShape shape = parseCType(cast.type);
-    facts.language = base.language;
-    facts.family = base.family;
-    facts.dims = shape.isArray ? shape.dims : base.dims;
     if (!shape.problem.isEmpty()) {
         failure = {Failure::Kind::Type, shape.problem};
         return false;
     }
+    // A cast to an element type alone, or to the container's own extents,
+    // keeps the container's shape and index bases: `{float [40][3]} m` of a
+    // 40 x 3 matrix is that matrix read as floats.
+    bool ownShape = !shape.isArray || shape.dims.size() == base.dims.size();
+    for (int d = 0; ownShape && shape.isArray && d < shape.dims.size(); ++d)
+        ownShape =
+            shape.dims[d].upper - shape.dims[d].lower == base.dims[d].upper - base.dims[d].lower;
+    facts.language = base.language;
+    facts.family = base.family;
+    facts.dims = ownShape ? base.dims : shape.dims;
     facts.isArray = true;
     facts.elementType = element.type;
     facts.elementSize = element.size;
@@ -388,12 +397,28 @@ bool ArrayResolver::describeContainerCast(const FortranCastText& cast, const Arr
         for (const DimBounds& d : facts.dims)
             facts.typeText += QStringLiteral(" [%1]").arg(d.upper - d.lower + 1);
     }
-    // The container's elements reinterpreted from its data address:
-    // contiguous, last dimension fastest.
+    // The container's elements reinterpreted from its data address. Another
+    // shape lays them out as C does, last dimension fastest. The container's
+    // own shape keeps its layout, as a Fortran array's cast does: elements
+    // of the same size are read where they are (a strided Map, a descending
+    // dimension), others follow the container's storage order, so m(i,j) of
+    // a column-major matrix stays m(i,j).
     facts.address = base.address;
+    const bool ownLayout = ownShape && base.byteStrides.size() == facts.dims.size();
+    if (ownLayout && element.size == base.elementSize) {
+        facts.byteStrides = base.byteStrides;
+        return true;
+    }
+    QVector<int> fastestFirst;
+    for (int d = facts.dims.size() - 1; d >= 0; --d)
+        fastestFirst.append(d);
+    if (ownLayout)
+        std::stable_sort(fastestFirst.begin(), fastestFirst.end(), [&](int a, int b) {
+            return qAbs(base.byteStrides[a]) < qAbs(base.byteStrides[b]);
+        });
     qint64 stride = facts.elementSize;
     facts.byteStrides = QVector<qint64>(facts.dims.size(), 0);
-    for (int d = facts.dims.size() - 1; d >= 0; --d) {
+    for (int d : fastestFirst) {
         facts.byteStrides[d] = stride;
         stride *= qMax<qint64>(0, facts.dims[d].upper - facts.dims[d].lower + 1);
     }

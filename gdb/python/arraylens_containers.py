@@ -81,6 +81,170 @@ def _vector_element(value, type_):
     return template_argument(type_, 0) or element_of_pointer(value, ("_M_impl", "_M_start"))
 
 
+def _ints(array, count):
+    """The first `count` integers of a C array member (a few words of the
+    container object, never its elements)."""
+    return [int(array[i]) for i in range(count)]
+
+
+def _rank(value, index):
+    """A template argument that is a number (a rank, a fixed extent)."""
+    return int(template_argument(value.type.strip_typedefs(), index))
+
+
+def _first_argument(value, type_):
+    return template_argument(type_, 0)
+
+
+def _strides_of(extents, order):
+    """Element strides of a dense block: "C" last dimension fastest, "F"
+    first fastest."""
+    strides = [0] * len(extents)
+    step = 1
+    for d in (reversed(range(len(extents))) if order == "C" else range(len(extents))):
+        strides[d] = step
+        step *= max(1, extents[d])
+    return strides
+
+
+# --- libstdc++: std::array, std::valarray, std::span --------------------------
+
+def _array_data(value):
+    element = template_argument(value.type.strip_typedefs(), 0)
+    return value.address.cast(element.pointer())
+
+
+# std::span<T, N> keeps N in its type; std::dynamic_extent (size_t(-1)) means
+# the extent is a member.
+_DYNAMIC_EXTENT = (1 << 64) - 1
+
+
+def _span_extents(value):
+    extent = _rank(value, 1)
+    if extent == _DYNAMIC_EXTENT:
+        extent = int(value["_M_extent"]["_M_extent_value"])
+    return [extent]
+
+
+# --- Eigen ---------------------------------------------------------------------
+# Matrix<Scalar, Rows, Cols, Options, ...> and Array<...>: Rows and Cols are
+# -1 (Dynamic) or fixed; bit 0 of Options is RowMajor. Fixed sizes keep the
+# elements inline (m_storage.m_data.array), dynamic ones behind
+# m_storage.m_data with the dynamic extents in m_rows and m_cols. A type with
+# one fixed row or column is a vector: one dimension.
+
+_EIGEN_DYNAMIC = -1
+_EIGEN_ROW_MAJOR = 1
+
+
+def _eigen_shape(type_):
+    """(rows, cols, row-major, is a vector) of a Matrix or Array type;
+    rows and cols -1 when dynamic."""
+    type_ = type_.strip_typedefs().unqualified()
+    rows = int(type_.template_argument(1))
+    cols = int(type_.template_argument(2))
+    row_major = bool(int(type_.template_argument(3)) & _EIGEN_ROW_MAJOR)
+    return rows, cols, row_major, rows == 1 or cols == 1
+
+
+def _eigen_data(value):
+    data = value["m_storage"]["m_data"]
+    if data.type.strip_typedefs().code == gdb.TYPE_CODE_PTR:
+        return data
+    element = template_argument(value.type.strip_typedefs(), 0)
+    return data["array"].address.cast(element.pointer())
+
+
+def _eigen_extents(value):
+    rows, cols, _, vector = _eigen_shape(value.type)
+    storage = value["m_storage"]
+    if rows == _EIGEN_DYNAMIC:
+        rows = int(storage["m_rows"])
+    if cols == _EIGEN_DYNAMIC:
+        cols = int(storage["m_cols"])
+    return [rows * cols] if vector else [rows, cols]
+
+
+def _eigen_strides(value):
+    _, _, row_major, vector = _eigen_shape(value.type)
+    return [1] if vector else _strides_of(_eigen_extents(value), "C" if row_major else "F")
+
+
+def _eigen_variable(member):
+    """variable_if_dynamic<T, V>: the member's m_value when V is Dynamic,
+    else V itself."""
+    fixed = int(member.type.strip_typedefs().template_argument(1))
+    return int(member["m_value"]) if fixed == _EIGEN_DYNAMIC else fixed
+
+
+def _eigen_map_layout(value):
+    """(extents, element strides) of a Map<PlainObject, Options, Stride>. A
+    stride of 0 in the Stride type means the plain object's own."""
+    _, _, row_major, vector = _eigen_shape(value.type.strip_typedefs().template_argument(0))
+    rows, cols = _eigen_variable(value["m_rows"]), _eigen_variable(value["m_cols"])
+    inner = _eigen_variable(value["m_stride"]["m_inner"]) or 1
+    outer = _eigen_variable(value["m_stride"]["m_outer"])
+    if vector:
+        return [rows * cols], [inner]
+    if not outer:
+        outer = cols if row_major else rows
+    return [rows, cols], [outer, inner] if row_major else [inner, outer]
+
+
+# --- Armadillo: column-major, n_rows x n_cols (x n_slices) at mem -------------
+
+def _arma_extents(value):
+    name = type_name(value.type)
+    if re.match(r"^arma::(Col|Row)<", name):
+        return [int(value["n_elem"])]
+    return [int(value["n_rows"]), int(value["n_cols"])]
+
+
+# --- Boost.MultiArray ------------------------------------------------------------
+# base_ is the allocation, base_ + origin_offset_ the element of index 0 in
+# every dimension (it may lie outside the allocation); stride_list_ is in
+# elements and negative for a descending dimension; index_base_list_ holds
+# each dimension's lowest index.
+
+def _boost_list(value, member):
+    return _ints(value[member]["elems"], _rank(value, 1))
+
+
+def _boost_data(value):
+    origin = value["base_"] + int(value["origin_offset_"])
+    bases = _boost_list(value, "index_base_list_")
+    strides = _boost_list(value, "stride_list_")
+    return origin + sum(b * s for b, s in zip(bases, strides))
+
+
+# --- xtensor: m_storage holds the elements, m_shape and m_strides (in
+# elements, 0 along a dimension of extent 1) are std::array for xtensor and a
+# small vector [m_begin, m_end) for xarray.
+
+def _xt_list(member):
+    if "_M_elems" in [f.name for f in member.type.strip_typedefs().fields()]:
+        elems = member["_M_elems"]
+        return _ints(elems, elems.type.strip_typedefs().range()[1] + 1)
+    return _ints(member["m_begin"], int(member["m_end"] - member["m_begin"]))
+
+
+# --- Blitz++ ---------------------------------------------------------------------
+# data_ points at the element of index 0 in every dimension (not at the first
+# element when a base is not 0); length_, stride_ (in elements) and
+# storage_.base_ are TinyVectors.
+
+def _blitz_list(value, *members):
+    for member in members:
+        value = value[member]
+    return _ints(value["data_"], int(value.type.strip_typedefs().template_argument(1)))
+
+
+def _blitz_data(value):
+    bases = _blitz_list(value, "storage_", "base_")
+    strides = _blitz_list(value, "stride_")
+    return value["data_"] + sum(b * s for b, s in zip(bases, strides))
+
+
 RECIPES = [
     # libstdc++'s std::vector<bool> keeps bits, not bool elements.
     Recipe(name="std::vector<bool>",
@@ -95,6 +259,67 @@ RECIPES = [
            data=lambda v: v["_M_impl"]["_M_start"],
            extents=lambda v: [int(v["_M_impl"]["_M_finish"] - v["_M_impl"]["_M_start"])],
            element=_vector_element),
+    Recipe(name="std::array",
+           pattern=r"^std::(__\d+::)?array<",
+           data=_array_data,
+           extents=lambda v: [_rank(v, 1)],
+           element=_first_argument),
+    Recipe(name="std::valarray",
+           pattern=r"^std::(__\d+::)?valarray<",
+           data=lambda v: v["_M_data"],
+           extents=lambda v: [int(v["_M_size"])],
+           element=_first_argument),
+    Recipe(name="std::span",
+           pattern=r"^std::(__\d+::)?span<",
+           data=lambda v: v["_M_ptr"],
+           extents=_span_extents,
+           element=_first_argument),
+    Recipe(name="Eigen::Matrix",
+           pattern=r"^Eigen::(Matrix|Array)<",
+           data=_eigen_data,
+           extents=_eigen_extents,
+           strides=_eigen_strides,
+           element=_first_argument),
+    Recipe(name="Eigen::Map",
+           pattern=r"^Eigen::Map<Eigen::(Matrix|Array)<",
+           data=lambda v: v["m_data"],
+           extents=lambda v: _eigen_map_layout(v)[0],
+           strides=lambda v: _eigen_map_layout(v)[1],
+           element=lambda v, t: template_argument(
+               t.template_argument(0).strip_typedefs().unqualified(), 0)),
+    Recipe(name="arma::Mat",
+           pattern=r"^arma::(Mat|Col|Row)<",
+           data=lambda v: v["mem"],
+           extents=_arma_extents,
+           order="F",
+           element=_first_argument),
+    Recipe(name="arma::Cube",
+           pattern=r"^arma::Cube<",
+           data=lambda v: v["mem"],
+           extents=lambda v: [int(v["n_rows"]), int(v["n_cols"]), int(v["n_slices"])],
+           order="F",
+           element=_first_argument),
+    Recipe(name="boost::multi_array",
+           pattern=r"^boost::(const_)?multi_array(_ref)?<|"
+                   r"^boost::detail::multi_array::(const_)?multi_array_view<",
+           data=_boost_data,
+           extents=lambda v: _boost_list(v, "extent_list_"),
+           bases=lambda v: _boost_list(v, "index_base_list_"),
+           strides=lambda v: _boost_list(v, "stride_list_"),
+           element=_first_argument),
+    Recipe(name="xtensor",
+           pattern=r"^xt::(xarray|xtensor)_container<",
+           data=lambda v: v["m_storage"]["p_begin"],
+           extents=lambda v: _xt_list(v["m_shape"]),
+           strides=lambda v: _xt_list(v["m_strides"]),
+           element=lambda v, t: element_of_pointer(v, ("m_storage", "p_begin"))),
+    Recipe(name="blitz::Array",
+           pattern=r"^blitz::Array<",
+           data=_blitz_data,
+           extents=lambda v: _blitz_list(v, "length_"),
+           bases=lambda v: _blitz_list(v, "storage_", "base_"),
+           strides=lambda v: _blitz_list(v, "stride_"),
+           element=_first_argument),
 ]
 
 
@@ -173,12 +398,7 @@ def container_layout(value):
     if recipe.strides:
         strides = [int(s) for s in recipe.strides(value)]
     else:
-        strides = [0] * len(extents)
-        step = 1
-        order = range(len(extents) - 1, -1, -1) if recipe.order == "C" else range(len(extents))
-        for d in order:
-            strides[d] = step
-            step *= max(1, extents[d])
+        strides = _strides_of(extents, recipe.order)
     size = element.sizeof
     pointer = recipe.data(value)
     address = int(pointer) if pointer is not None else 0

@@ -246,6 +246,28 @@ TEST_F(CliRuns, TheExpressionIsDescribedOncePerCommand) {
     EXPECT_EQ(described, 1) << r.err.toStdString();
 }
 
+TEST_F(CliRuns, AContainerIsDescribedInOneCommandAndItsElementsNeverGoThroughGdb) {
+    qputenv("ARRAYLENS_MI_TRACE", "1");
+    const CliRun r =
+        cli({"stats", "--expr", "laplacian", "--break", breakAt("containers.main"), "--",
+             QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_containers"), ref()});
+    qunsetenv("ARRAYLENS_MI_TRACE");
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_EQ(r.json.value("Count").toInt(), reference().value("laplacian.count").toInt());
+    int described = 0, read = 0;
+    for (const QByteArray& line : r.err.split('\n')) {
+        if (!line.contains("] > "))
+            continue;
+        if (line.contains("arraylens_describe.describe("))
+            ++described;
+        if (line.contains("-data-read-memory") || line.contains("-data-evaluate-expression") ||
+            line.contains("console \"print ") || line.contains("console \"x/"))
+            ++read;
+    }
+    EXPECT_EQ(described, 1) << r.err.toStdString();
+    EXPECT_EQ(read, 0) << r.err.toStdString();
+}
+
 TEST_F(CliRuns, InfoTableAndPlot) {
     CliRun info = heat("info", {"--expr", "plate"});
     ASSERT_EQ(info.exitCode, 0) << info.err.toStdString();

@@ -36,12 +36,12 @@ QList<ArrayRef> arraysOf(const QMap<QString, QString>& ref, const QStringList& n
     return out;
 }
 
-static bool isFloatType(const QString& t) {
+bool isFloatType(const QString& t) {
     return t.contains(QLatin1String("float")) || t.contains(QLatin1String("double")) ||
            t.startsWith(QLatin1String("real"));
 }
 
-static bool isSinglePrecision(const QString& t) {
+bool isSinglePrecision(const QString& t) {
     return t == QLatin1String("float") || t == QLatin1String("real(kind=4)");
 }
 
@@ -177,7 +177,7 @@ static void expectElement(Rig& rig, IHVExpression* e, const ArrayRef& a, const Q
     }
 }
 
-static QVariantList doublesOf(const QByteArray& block) {
+QVariantList doublesOf(const QByteArray& block) {
     QVariantList out;
     const int n = block.size() / 8;
     for (int i = 0; i < n; ++i) {
@@ -243,6 +243,25 @@ void checkArray(Rig& rig, const ArrayRef& a, const QString& expression) {
     }
     for (auto it = a.elements.begin(); it != a.elements.end(); ++it)
         expectElement(rig, e, a, it.key(), it.value(), plotted ? &values : nullptr);
+}
+
+void expectEmptyArray(Rig& rig, const QString& expression) {
+    SCOPED_TRACE(expression.toStdString());
+    GdbExpression* e = rig.evaluate(expression);
+    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
+    EXPECT_TRUE(e->isArray());
+    auto info = rig.info(e);
+    ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
+    EXPECT_EQ(info->property("ArrayBounds").toStringList(), QStringList{QStringLiteral("0:-1")});
+    auto stats = rig.statistics(e);
+    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
+    EXPECT_EQ(stats->property("Count").toInt(), 0);
+    auto plot = rig.plot(e);
+    ASSERT_EQ(resultOf(plot), QStringLiteral("done")) << msgOf(plot).toStdString();
+    EXPECT_TRUE(plot->property("AllEvaluations").toByteArray().isEmpty());
+    auto table = rig.table(e, QString(), 0, 0, 10, 0, 0);
+    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
+    EXPECT_TRUE(table->property("TableDataList").toList().isEmpty());
 }
 
 } // namespace gdbtest

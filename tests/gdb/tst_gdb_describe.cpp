@@ -4,55 +4,11 @@
 // across arrays of derived types. Every check compares with the values the
 // example programs write themselves, or with gdb's own words.
 #include "referencecheck.h"
+#include "sharedstop.h"
 
 using namespace gdbtest;
 
 namespace {
-
-// Typed text and the words it must be answered with.
-struct Words {
-    const char* expression;
-    const char* words;
-};
-
-// One debuggee run shared by all checks of a program's stop.
-class SharedStop : public ::testing::Test {
-protected:
-    static void start(const char* program, const char* stop) {
-        rig_ = makeRig();
-        if (!rig_->startAt(QLatin1String(program), QLatin1String(stop), &why_))
-            rig_.reset();
-    }
-    static void TearDownTestSuite() { rig_.reset(); }
-    void SetUp() override { ASSERT_TRUE(rig_) << why_.toStdString(); }
-
-    // What the program wrote about the array called `name`.
-    static ArrayRef reference(const QString& name) {
-        const QList<ArrayRef> found = arraysOf(rig_->ref, {name});
-        return found.isEmpty() ? ArrayRef() : found.first();
-    }
-    // A variable of the debuggee, read through gdb.
-    static QString value(const QString& expression) {
-        auto r = rig_->mi(QStringLiteral("-data-evaluate-expression ") + expression);
-        if (!r || r->isError())
-            return QStringLiteral("<error>");
-        return QString::fromStdString(r->record().results["value"].asString());
-    }
-    // The words a request answers with for the typed text.
-    static QString refusalOf(const QString& expression) {
-        ArrayStatisticsRequest r;
-        r.setFields(nullptr, QString(), QString());
-        r.propertyBag->setProperty("Expression", expression);
-        auto bag = rig_->request(r);
-        return resultOf(bag) + QLatin1Char(' ') + msgOf(bag);
-    }
-
-    static std::unique_ptr<Rig> rig_;
-    static QString why_;
-};
-
-std::unique_ptr<Rig> SharedStop::rig_;
-QString SharedStop::why_;
 
 class StructIdioms : public SharedStop {
 protected:
@@ -187,21 +143,7 @@ TEST_F(DomainMembers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
 
 TEST_F(DomainMembers, AnEmptyVectorIsAnEmptyArray) {
     EXPECT_EQ(rig_->ref.value("counts.m_dtHistory"), QStringLiteral("0"));
-    GdbExpression* e = rig_->evaluate(QStringLiteral("domain.m_dtHistory"));
-    ASSERT_FALSE(e->hasError()) << e->getErrorMessage().toStdString();
-    EXPECT_TRUE(e->isArray());
-    auto info = rig_->info(e);
-    ASSERT_EQ(resultOf(info), QStringLiteral("done")) << msgOf(info).toStdString();
-    EXPECT_EQ(info->property("ArrayBounds").toStringList(), QStringList{QStringLiteral("0:-1")});
-    auto stats = rig_->statistics(e);
-    ASSERT_EQ(resultOf(stats), QStringLiteral("done")) << msgOf(stats).toStdString();
-    EXPECT_EQ(stats->property("Count").toInt(), 0);
-    auto plot = rig_->plot(e);
-    ASSERT_EQ(resultOf(plot), QStringLiteral("done")) << msgOf(plot).toStdString();
-    EXPECT_TRUE(plot->property("AllEvaluations").toByteArray().isEmpty());
-    auto table = rig_->table(e, QString(), 0, 0, 10, 0, 0);
-    ASSERT_EQ(resultOf(table), QStringLiteral("done")) << msgOf(table).toStdString();
-    EXPECT_TRUE(table->property("TableDataList").toList().isEmpty());
+    expectEmptyArray(*rig_, QStringLiteral("domain.m_dtHistory"));
 }
 
 TEST_F(DomainMembers, ACastReinterpretsTheElementsNotTheVector) {
