@@ -2,7 +2,8 @@
 // statistics over 2^26 doubles against one plain pass that sums the same
 // memory, and the process reader against memcpy of the same bytes. Each
 // engine benchmark reports its time over the baseline's as "x_baseline";
-// statistics of smaller arrays compare the two roads to the quartiles.
+// statistics of smaller arrays compare the two roads to the quartiles, and
+// those of integers are timed against floating-point ones of the same size.
 #include "arraylens/arraylens.h"
 #include "arraylens/parallel.h"
 #include "arraylens/slice.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstring>
 #include <ctime>
 #include <random>
@@ -233,6 +235,70 @@ BENCHMARK(BM_StatisticsBySize)
     ->Arg(17)
     ->Arg(20)
     ->Arg(24)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// Statistics of 2^27 integers against 2^27 floating-point elements of the
+// same size, on two threads, each road in every iteration, each its best
+// time. "x_float" is the integers' time over the floats' by the sampled
+// road; "x_radix" how many times faster the integers' sampled road is than
+// their radix selection alone. The integers are large values close
+// together, as timestamps and ids are, beyond 2^53 when 64-bit.
+template <class I, class F> void BM_IntegersAgainstFloats(benchmark::State& state) {
+    const std::size_t n = std::size_t(1) << 27;
+    std::vector<I> ints(n);
+    std::vector<F> floats(n);
+    std::mt19937_64 rng(3);
+    std::normal_distribution<double> normal(0.0, 1.0);
+    const double offset = sizeof(I) == 8 ? 4611686018427387904.0 : 0.0; // 2^62
+    const double spread = sizeof(I) == 8 ? 1e12 : 1e8;
+    for (std::size_t i = 0; i < n; ++i) {
+        const double x = normal(rng);
+        floats[i] = static_cast<F>(x);
+        ints[i] = static_cast<I>(offset + std::round(x * spread));
+    }
+    const ElementKind ik = sizeof(I) == 8 ? ElementKind::Int64 : ElementKind::Int32;
+    const ElementKind fk = sizeof(F) == 8 ? ElementKind::Double : ElementKind::Float;
+    double best[3] = {1e9, 1e9, 1e9}; // integers sampled, floats sampled, integers by radix
+    bool held[2] = {false, false};
+    for (auto _ : state) {
+        for (int road = 0; road < 3; ++road) {
+            const void* p = road == 1 ? static_cast<const void*>(floats.data())
+                                      : static_cast<const void*>(ints.data());
+            const std::size_t bytes = n * (road == 1 ? sizeof(F) : sizeof(I));
+            BufferReader reader(p, bytes);
+            const ArrayDescriptor a =
+                ArrayDescriptor::cArray(road == 1 ? fk : ik, reinterpret_cast<std::uintptr_t>(p),
+                                        {static_cast<std::int64_t>(n)});
+            StatisticsOptions o = StatisticsOptions::Defaults();
+            o.threads = 2;
+            if (road == 2)
+                o.sampleSize = 0;
+            const auto t0 = std::chrono::steady_clock::now();
+            Result<Statistics> s = computeStatistics(a, reader, "", "", o);
+            best[road] = std::min(best[road], seconds(std::chrono::steady_clock::now() - t0));
+            if (!s.ok()) {
+                state.SkipWithError(s.message().c_str());
+                return;
+            }
+            if (road < 2)
+                held[road] = s->windowsHeld;
+            benchmark::DoNotOptimize(s->median);
+        }
+    }
+    state.counters["int_ms"] = best[0] * 1e3;
+    state.counters["float_ms"] = best[1] * 1e3;
+    state.counters["int_radix_ms"] = best[2] * 1e3;
+    state.counters["x_float"] = best[0] / best[1];
+    state.counters["x_radix"] = best[2] / best[0];
+    state.counters["one_pass"] = held[0] && held[1] ? 1 : 0;
+}
+BENCHMARK_TEMPLATE(BM_IntegersAgainstFloats, std::int64_t, double)
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_TEMPLATE(BM_IntegersAgainstFloats, std::int32_t, float)
+    ->Iterations(3)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
