@@ -196,27 +196,36 @@ BENCHMARK_CAPTURE(BM_Statistics, filtered, "", "$value > -1 && $value != $nan")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
+// Statistics of n elements of `kind`, `size` bytes each, at p on two
+// threads, by radix selection alone or by the sampled road; the time taken
+// goes to `best` when it is lower.
+Result<Statistics> timedStatistics(ElementKind kind, const void* p, std::size_t n, std::size_t size,
+                                   bool radixOnly, double& best) {
+    BufferReader reader(p, n * size);
+    const ArrayDescriptor a = ArrayDescriptor::cArray(kind, reinterpret_cast<std::uintptr_t>(p),
+                                                      {static_cast<std::int64_t>(n)});
+    StatisticsOptions o = StatisticsOptions::Defaults();
+    o.threads = 2;
+    if (radixOnly)
+        o.sampleSize = 0;
+    const auto t0 = std::chrono::steady_clock::now();
+    Result<Statistics> s = computeStatistics(a, reader, "", "", o);
+    best = std::min(best, seconds(std::chrono::steady_clock::now() - t0));
+    return s;
+}
+
 // Smaller arrays, the first 2^k of the same doubles: the sampled one-pass
 // road against radix selection alone, both in each iteration, each its best
 // time; "x_radix" is how many times faster the sampled road is.
 void BM_StatisticsBySize(benchmark::State& state) {
     const std::vector<double>& d = data();
     const std::size_t n = std::size_t(1) << state.range(0);
-    BufferReader reader(d.data(), n * sizeof(double));
-    const ArrayDescriptor a =
-        ArrayDescriptor::cArray(ElementKind::Double, reinterpret_cast<std::uintptr_t>(d.data()),
-                                {static_cast<std::int64_t>(n)});
     double best[2] = {1e9, 1e9};
     bool sampled = false;
     for (auto _ : state) {
         for (int road = 0; road < 2; ++road) {
-            StatisticsOptions o = StatisticsOptions::Defaults();
-            o.threads = 2;
-            if (road == 0)
-                o.sampleSize = 0;
-            const auto t0 = std::chrono::steady_clock::now();
-            Result<Statistics> s = computeStatistics(a, reader, "", "", o);
-            best[road] = std::min(best[road], seconds(std::chrono::steady_clock::now() - t0));
+            Result<Statistics> s = timedStatistics(ElementKind::Double, d.data(), n, sizeof(double),
+                                                   road == 0, best[road]);
             if (!s.ok()) {
                 state.SkipWithError(s.message().c_str());
                 return;
@@ -263,20 +272,9 @@ template <class I, class F> void BM_IntegersAgainstFloats(benchmark::State& stat
     bool held[2] = {false, false};
     for (auto _ : state) {
         for (int road = 0; road < 3; ++road) {
-            const void* p = road == 1 ? static_cast<const void*>(floats.data())
-                                      : static_cast<const void*>(ints.data());
-            const std::size_t bytes = n * (road == 1 ? sizeof(F) : sizeof(I));
-            BufferReader reader(p, bytes);
-            const ArrayDescriptor a =
-                ArrayDescriptor::cArray(road == 1 ? fk : ik, reinterpret_cast<std::uintptr_t>(p),
-                                        {static_cast<std::int64_t>(n)});
-            StatisticsOptions o = StatisticsOptions::Defaults();
-            o.threads = 2;
-            if (road == 2)
-                o.sampleSize = 0;
-            const auto t0 = std::chrono::steady_clock::now();
-            Result<Statistics> s = computeStatistics(a, reader, "", "", o);
-            best[road] = std::min(best[road], seconds(std::chrono::steady_clock::now() - t0));
+            Result<Statistics> s =
+                road == 1 ? timedStatistics(fk, floats.data(), n, sizeof(F), false, best[road])
+                          : timedStatistics(ik, ints.data(), n, sizeof(I), road == 2, best[road]);
             if (!s.ok()) {
                 state.SkipWithError(s.message().c_str());
                 return;

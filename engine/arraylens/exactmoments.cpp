@@ -74,13 +74,13 @@ double ratioToDouble(__int128 num, std::uint64_t den) {
 double standardDeviation(const IntegerMoments& m) {
     if (m.n == 0)
         return 0.0;
-    // n * sum(x^2): the three words of the sum of squares times n.
+    // n * sum(k^2): the three words of the sum of squares times n.
     U256 ns;
     addProduct(ns, 0, static_cast<std::uint64_t>(m.squaresLow), m.n);
     addProduct(ns, 1, static_cast<std::uint64_t>(m.squaresLow >> 64), m.n);
     addProduct(ns, 2, m.squaresHigh, m.n);
-    // sum(x)^2 from the magnitude's two words.
-    const u128 s = m.sum < 0 ? u128(0) - static_cast<u128>(m.sum) : static_cast<u128>(m.sum);
+    // sum(k)^2 from its two words.
+    const u128 s = m.keySum;
     const std::uint64_t s0 = static_cast<std::uint64_t>(s),
                         s1 = static_cast<std::uint64_t>(s >> 64);
     U256 ss;
@@ -88,7 +88,7 @@ double standardDeviation(const IntegerMoments& m) {
     addProduct(ss, 1, s0, s1);
     addProduct(ss, 1, s0, s1);
     addProduct(ss, 2, s1, s1);
-    // n * sum(x^2) >= sum(x)^2 (Cauchy-Schwarz), equal when all are alike.
+    // n * sum(k^2) >= sum(k)^2 (Cauchy-Schwarz), equal when all are alike.
     const long double numerator = toLongDouble(subtract(ns, ss));
     return static_cast<double>(std::sqrt(numerator) / static_cast<long double>(m.n));
 }

@@ -256,8 +256,7 @@ template <Repr R> struct alignas(64) OnePassState {
     Native native[kernels::kBlock];
     std::size_t nn = 0;
     double values[kernels::kBlock];
-    // Integers widened, and their keys, which the scan compares exactly.
-    V wide[kernels::kBlock];
+    // Integers' keys, which the scan compares exactly.
     std::uint64_t keys[kernels::kBlock];
     explicit OnePassState(unsigned windows) {
         for (unsigned j = 0; j < windows; ++j) {
@@ -343,15 +342,8 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             st.finite += nf;
             ops.scan(values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
         } else {
-            const V* wide = st.wide;
-            if constexpr (std::is_same<Native, V>::value) {
-                wide = v;
-            } else {
-                for (std::size_t i = 0; i < m; ++i)
-                    st.wide[i] = static_cast<V>(v[i]);
-            }
             kernels::IntegerBlock b;
-            integerBlock<R>(wide, m, st.keys, b);
+            integerBlock<R>(v, m, st.keys, b);
             st.classes.zero += b.zero;
             st.exact.add(b, m);
             st.extremes.add(T::fromKey(b.minKey), T::fromKey(b.maxKey));

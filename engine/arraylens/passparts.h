@@ -565,27 +565,23 @@ inline long double interpolateIn(long double a, long double b, double fraction) 
     return interpolateExtended(a, b, fraction);
 }
 
-// Integer kinds whose every value has a magnitude below 2^32.
-template <Repr R>
-constexpr bool kNarrowInteger = !ReprTraits<R>::isFloat && ReprTraits<R>::keyBits <= 32;
-
-// The kernel's keys and exact sums of a block of integer values.
-template <Repr R>
-void integerBlock(const typename ReprTraits<R>::Value* v, std::size_t n, std::uint64_t* keys,
-                  kernels::IntegerBlock& out) {
+// The kernel's keys and exact sums of a block of n integers of the kind R,
+// as stored (S) or widened to its Value.
+template <Repr R, class S>
+void integerBlock(const S* v, std::size_t n, std::uint64_t* keys, kernels::IntegerBlock& out) {
     using T = ReprTraits<R>;
     constexpr std::uint64_t bias = T::isSigned ? std::uint64_t(1) << (T::keyBits - 1) : 0;
-    if constexpr (T::isSigned)
-        kernels::ops().integersSigned(v, n, bias, kNarrowInteger<R>, keys, out);
-    else
-        kernels::ops().integersUnsigned(v, n, bias, kNarrowInteger<R>, keys, out);
+    kernels::ops().integers(v, sizeof(S), std::is_signed<S>::value, n, bias, keys, out);
 }
 
 // Sum, Mean and StdDev of integer elements from their exact sums: the sum
 // in the element's type while it fits 64 bits, beyond that the double
 // nearest to it; the mean and the deviation rounded once.
 template <Repr R> void setIntegerMoments(const IntegerMoments& m, Statistics& out) {
-    const __int128 sum = m.sum;
+    using T = ReprTraits<R>;
+    constexpr std::uint64_t bias = T::isSigned ? std::uint64_t(1) << (T::keyBits - 1) : 0;
+    const __int128 sum =
+        static_cast<__int128>(m.keySum) - static_cast<__int128>(m.n) * static_cast<__int128>(bias);
     const bool fits =
         R == Repr::U64
             ? sum >= 0 && sum <= static_cast<__int128>(std::numeric_limits<std::uint64_t>::max())

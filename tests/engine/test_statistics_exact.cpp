@@ -3,6 +3,7 @@
 // integer arrays on the sampled one-pass road agreeing with radix selection.
 #include "arraylens/arraylens.h"
 #include "arraylens/exactmoments.h"
+#include "arraylens/kernels.h"
 
 #include <gtest/gtest.h>
 
@@ -127,6 +128,88 @@ TEST(ExactIntegerStatistics, RatiosRoundOnce) {
     EXPECT_EQ(ratioToDouble(-2, 3), -2.0 / 3);
     EXPECT_EQ(ratioToDouble(0, 7), 0.0);
     EXPECT_EQ(ratioToDouble(1, ~std::uint64_t(0)), 1.0 / 18446744073709551615.0);
+}
+
+// The integer loops of every build this processor runs against plain ones:
+// keys, extremes, zeros and exact sums of blocks whose keys lie within 2^32
+// of each other (summed as distances from the smallest) and of blocks
+// whose keys do not; then the scan of those keys against windows.
+TEST(KernelBuilds, IntegerSumsAndKeyScansAgreeWithPlainLoops) {
+    kernels::Build builds[3];
+    const int nb = kernels::builds(builds);
+    std::mt19937_64 rng(17);
+    const std::uint64_t bias = std::uint64_t(1) << 63;
+    for (std::size_t n :
+         {std::size_t(1), std::size_t(7), std::size_t(64), std::size_t(1000), kernels::kBlock}) {
+        for (bool close : {true, false}) {
+            std::vector<std::int64_t> v(n);
+            for (std::int64_t& x : v)
+                x = close ? (std::int64_t(1) << 62) + static_cast<std::int64_t>(rng() >> 33)
+                          : static_cast<std::int64_t>(rng());
+            v[0] = close ? v[0] : std::numeric_limits<std::int64_t>::min();
+            if (n > 3)
+                v[3] = close ? (std::int64_t(1) << 62) + 0xffffffffLL : 0;
+            std::vector<std::uint64_t> want(n);
+            unsigned __int128 sum = 0, low = 0;
+            std::uint64_t high = 0, zero = 0;
+            for (std::size_t i = 0; i < n; ++i) {
+                want[i] = static_cast<std::uint64_t>(v[i]) ^ bias;
+                const unsigned __int128 sq = static_cast<unsigned __int128>(want[i]) * want[i];
+                sum += want[i];
+                low += sq;
+                high += low < sq ? 1 : 0;
+                zero += v[i] == 0;
+            }
+            std::vector<std::uint64_t> sorted = want;
+            std::sort(sorted.begin(), sorted.end());
+            kernels::ScanWindows w;
+            const std::pair<double, double> ranges[] = {
+                {0.1, 0.3}, {0.5, 0.5}, {0.2, 0.9}, {0.0, 1.0}, {0.95, 1.0}};
+            for (auto r : ranges) {
+                const std::uint64_t lo = sorted[static_cast<std::size_t>(r.first * (n - 1))];
+                const std::uint64_t hi = sorted[static_cast<std::size_t>(r.second * (n - 1))];
+                w.lo[w.count] = lo;
+                w.span[w.count++] = hi - lo;
+            }
+            for (int b = 0; b < nb; ++b) {
+                SCOPED_TRACE(std::string(builds[b].name) + " n=" + std::to_string(n) +
+                             (close ? " close" : " spread"));
+                const kernels::Ops& ops = *builds[b].ops;
+                std::vector<std::uint64_t> keys(n);
+                kernels::IntegerBlock got;
+                ops.integers(v.data(), 8, true, n, bias, keys.data(), got);
+                EXPECT_EQ(keys, want);
+                EXPECT_EQ(got.minKey, sorted.front());
+                EXPECT_EQ(got.maxKey, sorted.back());
+                EXPECT_EQ(got.zero, zero);
+                EXPECT_TRUE(got.keySum == sum);
+                EXPECT_TRUE(got.squaresLow == low);
+                EXPECT_EQ(got.squaresHigh, high);
+
+                kernels::WindowTally tally;
+                std::vector<std::vector<std::uint64_t>> outs(w.count,
+                                                             std::vector<std::uint64_t>(n + 1));
+                std::uint64_t* ptrs[kernels::kMaxWindows];
+                for (unsigned j = 0; j < w.count; ++j)
+                    ptrs[j] = outs[j].data();
+                std::size_t counts[kernels::kMaxWindows];
+                ops.scanKeys(keys.data(), n, w, tally, ptrs, counts);
+                for (unsigned j = 0; j < w.count; ++j) {
+                    std::uint64_t under = 0;
+                    std::vector<std::uint64_t> in;
+                    for (std::uint64_t k : want) {
+                        under += k < w.lo[j];
+                        if (k - w.lo[j] <= w.span[j])
+                            in.push_back(k);
+                    }
+                    EXPECT_EQ(tally.under[j], under) << "window " << j;
+                    ASSERT_EQ(counts[j], in.size()) << "window " << j;
+                    EXPECT_TRUE(std::equal(in.begin(), in.end(), outs[j].begin()))
+                        << "window " << j;
+                }
+            }
+        }
+    }
 }
 
 // Random values of every integer kind near its extremes and near 2^53,
