@@ -132,8 +132,8 @@ TEST(ExactIntegerStatistics, RatiosRoundOnce) {
 
 // The integer loops of every build this processor runs against plain ones:
 // keys, extremes, zeros and exact sums of blocks whose keys lie within 2^32
-// of each other (summed as distances from the smallest) and of blocks
-// whose keys do not; then the scan of those keys against windows.
+// or 2^48 of each other (summed as distances from the smallest) and of
+// blocks whose keys do not; then the scan of those keys against windows.
 TEST(KernelBuilds, IntegerSumsAndKeyScansAgreeWithPlainLoops) {
     kernels::Build builds[3];
     const int nb = kernels::builds(builds);
@@ -141,14 +141,21 @@ TEST(KernelBuilds, IntegerSumsAndKeyScansAgreeWithPlainLoops) {
     const std::uint64_t bias = std::uint64_t(1) << 63;
     for (std::size_t n :
          {std::size_t(1), std::size_t(7), std::size_t(64), std::size_t(1000), kernels::kBlock}) {
-        for (bool close : {true, false}) {
+        for (unsigned bits : {32u, 48u, 64u}) {
+            const bool close = bits < 64;
             std::vector<std::int64_t> v(n);
             for (std::int64_t& x : v)
-                x = close ? (std::int64_t(1) << 62) + static_cast<std::int64_t>(rng() >> 33)
-                          : static_cast<std::int64_t>(rng());
+                x = close
+                        ? (std::int64_t(1) << 62) + static_cast<std::int64_t>(rng() >> (65 - bits))
+                        : static_cast<std::int64_t>(rng());
             v[0] = close ? v[0] : std::numeric_limits<std::int64_t>::min();
+            // The widest distance each way of summing takes.
             if (n > 3)
-                v[3] = close ? (std::int64_t(1) << 62) + 0xffffffffLL : 0;
+                v[3] = close ? (std::int64_t(1) << 62) +
+                                   static_cast<std::int64_t>((std::uint64_t(1) << bits) - 1)
+                             : 0;
+            if (n > 4 && close)
+                v[4] = std::int64_t(1) << 62;
             std::vector<std::uint64_t> want(n);
             unsigned __int128 sum = 0, low = 0;
             std::uint64_t high = 0, zero = 0;
@@ -173,7 +180,7 @@ TEST(KernelBuilds, IntegerSumsAndKeyScansAgreeWithPlainLoops) {
             }
             for (int b = 0; b < nb; ++b) {
                 SCOPED_TRACE(std::string(builds[b].name) + " n=" + std::to_string(n) +
-                             (close ? " close" : " spread"));
+                             " within 2^" + std::to_string(bits));
                 const kernels::Ops& ops = *builds[b].ops;
                 std::vector<std::uint64_t> keys(n);
                 kernels::IntegerBlock got;
