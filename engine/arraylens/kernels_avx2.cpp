@@ -39,6 +39,20 @@ struct CompressTable {
 };
 const CompressTable kCompress;
 
+// Stores the 64-bit lanes of x that `mask` picks, in order, at `out`,
+// which has room for four; how many it picked.
+std::size_t packLanes(__m256i x, int mask, void* out) {
+    const __m256i perm = _mm256_load_si256(reinterpret_cast<const __m256i*>(kCompress.idx[mask]));
+    _mm256_storeu_si256(static_cast<__m256i*>(out), _mm256_permutevar8x32_epi32(x, perm));
+    return static_cast<std::size_t>(__builtin_popcount(static_cast<unsigned>(mask)));
+}
+
+std::uint64_t laneSum(__m256i v) {
+    alignas(32) std::uint64_t lanes[4];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), v);
+    return lanes[0] + lanes[1] + lanes[2] + lanes[3];
+}
+
 // The number of windows is a template argument so that their bounds and
 // counts stay in registers.
 template <unsigned NW>
@@ -65,17 +79,10 @@ void scanN(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys,
             const __m256d le = _mm256_cmp_pd(x, hi[j], _CMP_LE_OQ);
             any = _mm256_or_pd(any, _mm256_andnot_pd(lt, le));
         }
-        const int mask = _mm256_movemask_pd(any);
-        const __m256i perm =
-            _mm256_load_si256(reinterpret_cast<const __m256i*>(kCompress.idx[mask]));
-        _mm256_storeu_pd(cand + nc, _mm256_castsi256_pd(
-                                        _mm256_permutevar8x32_epi32(_mm256_castpd_si256(x), perm)));
-        nc += static_cast<std::size_t>(__builtin_popcount(static_cast<unsigned>(mask)));
+        nc += packLanes(_mm256_castpd_si256(x), _mm256_movemask_pd(any), cand + nc);
     }
     for (unsigned j = 0; j < NW; ++j) {
-        alignas(32) std::uint64_t lanes[4];
-        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), under[j]);
-        std::uint64_t u = lanes[0] + lanes[1] + lanes[2] + lanes[3];
+        std::uint64_t u = laneSum(under[j]);
         for (std::size_t t = i; t < n; ++t)
             u += v[t] < w.loValue[j];
         tally.under[j] += u;
@@ -131,17 +138,10 @@ void scanKeysN(const std::uint64_t* k, std::size_t n, const ScanWindows& w, Wind
             const __m256i gt = _mm256_cmpgt_epi64(x, hi[j]);
             outside = _mm256_and_si256(outside, _mm256_or_si256(lt, gt));
         }
-        const int mask = _mm256_movemask_pd(_mm256_castsi256_pd(outside)) ^ 0xf;
-        const __m256i perm =
-            _mm256_load_si256(reinterpret_cast<const __m256i*>(kCompress.idx[mask]));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(cand + nc),
-                            _mm256_permutevar8x32_epi32(key, perm));
-        nc += static_cast<std::size_t>(__builtin_popcount(static_cast<unsigned>(mask)));
+        nc += packLanes(key, _mm256_movemask_pd(_mm256_castsi256_pd(outside)) ^ 0xf, cand + nc);
     }
     for (unsigned j = 0; j < NW; ++j) {
-        alignas(32) std::uint64_t lanes[4];
-        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), under[j]);
-        std::uint64_t u = lanes[0] + lanes[1] + lanes[2] + lanes[3];
+        std::uint64_t u = laneSum(under[j]);
         for (std::size_t t = i; t < n; ++t)
             u += k[t] < w.lo[j];
         tally.under[j] += u;
