@@ -2,7 +2,8 @@
 // statistics over 2^26 doubles against one plain pass that sums the same
 // memory, and the process reader against memcpy of the same bytes. Each
 // engine benchmark reports its time over the baseline's as "x_baseline";
-// statistics of smaller arrays compare the two roads to the quartiles.
+// statistics of smaller arrays compare the two roads to the quartiles, and
+// those of integers are timed against floating-point ones of the same size.
 #include "arraylens/arraylens.h"
 #include "arraylens/parallel.h"
 #include "arraylens/slice.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstring>
 #include <ctime>
 #include <random>
@@ -194,27 +196,36 @@ BENCHMARK_CAPTURE(BM_Statistics, filtered, "", "$value > -1 && $value != $nan")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
+// Statistics of n elements of `kind`, `size` bytes each, at p on two
+// threads, by radix selection alone or by the sampled road; the time taken
+// goes to `best` when it is lower.
+Result<Statistics> timedStatistics(ElementKind kind, const void* p, std::size_t n, std::size_t size,
+                                   bool radixOnly, double& best) {
+    BufferReader reader(p, n * size);
+    const ArrayDescriptor a = ArrayDescriptor::cArray(kind, reinterpret_cast<std::uintptr_t>(p),
+                                                      {static_cast<std::int64_t>(n)});
+    StatisticsOptions o = StatisticsOptions::Defaults();
+    o.threads = 2;
+    if (radixOnly)
+        o.sampleSize = 0;
+    const auto t0 = std::chrono::steady_clock::now();
+    Result<Statistics> s = computeStatistics(a, reader, "", "", o);
+    best = std::min(best, seconds(std::chrono::steady_clock::now() - t0));
+    return s;
+}
+
 // Smaller arrays, the first 2^k of the same doubles: the sampled one-pass
 // road against radix selection alone, both in each iteration, each its best
 // time; "x_radix" is how many times faster the sampled road is.
 void BM_StatisticsBySize(benchmark::State& state) {
     const std::vector<double>& d = data();
     const std::size_t n = std::size_t(1) << state.range(0);
-    BufferReader reader(d.data(), n * sizeof(double));
-    const ArrayDescriptor a =
-        ArrayDescriptor::cArray(ElementKind::Double, reinterpret_cast<std::uintptr_t>(d.data()),
-                                {static_cast<std::int64_t>(n)});
     double best[2] = {1e9, 1e9};
     bool sampled = false;
     for (auto _ : state) {
         for (int road = 0; road < 2; ++road) {
-            StatisticsOptions o = StatisticsOptions::Defaults();
-            o.threads = 2;
-            if (road == 0)
-                o.sampleSize = 0;
-            const auto t0 = std::chrono::steady_clock::now();
-            Result<Statistics> s = computeStatistics(a, reader, "", "", o);
-            best[road] = std::min(best[road], seconds(std::chrono::steady_clock::now() - t0));
+            Result<Statistics> s = timedStatistics(ElementKind::Double, d.data(), n, sizeof(double),
+                                                   road == 0, best[road]);
             if (!s.ok()) {
                 state.SkipWithError(s.message().c_str());
                 return;
@@ -233,6 +244,59 @@ BENCHMARK(BM_StatisticsBySize)
     ->Arg(17)
     ->Arg(20)
     ->Arg(24)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// Statistics of 2^27 integers against 2^27 floating-point elements of the
+// same size, on two threads, each road in every iteration, each its best
+// time. "x_float" is the integers' time over the floats' by the sampled
+// road; "x_radix" how many times faster the integers' sampled road is than
+// their radix selection alone. The integers are large values close
+// together, as timestamps and ids are, beyond 2^53 when 64-bit.
+template <class I, class F> void BM_IntegersAgainstFloats(benchmark::State& state) {
+    const std::size_t n = std::size_t(1) << 27;
+    std::vector<I> ints(n);
+    std::vector<F> floats(n);
+    std::mt19937_64 rng(3);
+    std::normal_distribution<double> normal(0.0, 1.0);
+    const double offset = sizeof(I) == 8 ? 4611686018427387904.0 : 0.0; // 2^62
+    const double spread = sizeof(I) == 8 ? 1e12 : 1e8;
+    for (std::size_t i = 0; i < n; ++i) {
+        const double x = normal(rng);
+        floats[i] = static_cast<F>(x);
+        ints[i] = static_cast<I>(offset + std::round(x * spread));
+    }
+    const ElementKind ik = sizeof(I) == 8 ? ElementKind::Int64 : ElementKind::Int32;
+    const ElementKind fk = sizeof(F) == 8 ? ElementKind::Double : ElementKind::Float;
+    double best[3] = {1e9, 1e9, 1e9}; // integers sampled, floats sampled, integers by radix
+    bool held[2] = {false, false};
+    for (auto _ : state) {
+        for (int road = 0; road < 3; ++road) {
+            Result<Statistics> s =
+                road == 1 ? timedStatistics(fk, floats.data(), n, sizeof(F), false, best[road])
+                          : timedStatistics(ik, ints.data(), n, sizeof(I), road == 2, best[road]);
+            if (!s.ok()) {
+                state.SkipWithError(s.message().c_str());
+                return;
+            }
+            if (road < 2)
+                held[road] = s->windowsHeld;
+            benchmark::DoNotOptimize(s->median);
+        }
+    }
+    state.counters["int_ms"] = best[0] * 1e3;
+    state.counters["float_ms"] = best[1] * 1e3;
+    state.counters["int_radix_ms"] = best[2] * 1e3;
+    state.counters["x_float"] = best[0] / best[1];
+    state.counters["x_radix"] = best[2] / best[0];
+    state.counters["one_pass"] = held[0] && held[1] ? 1 : 0;
+}
+BENCHMARK_TEMPLATE(BM_IntegersAgainstFloats, std::int64_t, double)
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_TEMPLATE(BM_IntegersAgainstFloats, std::int32_t, float)
+    ->Iterations(3)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <type_traits>
 
 namespace arraylens {
@@ -37,6 +38,9 @@ template <class Raw, bool Logical> struct IntTraitsBase {
     static constexpr unsigned keyBits = sizeof(Raw) * 8;
     // Statistics see integers as int64 or uint64; logicals as 0 or 1.
     using Value = std::conditional_t<isSigned, std::int64_t, std::uint64_t>;
+    // Quantiles and fences are reckoned in double, as numpy does.
+    using Real = double;
+    using Native = Raw;
     static Raw raw(const unsigned char* p) {
         Raw r;
         std::memcpy(&r, p, sizeof r);
@@ -92,6 +96,7 @@ template <class F, class Bits, int MantBits> struct IeeeTraits {
     static constexpr unsigned keyBits = sizeof(Bits) * 8;
     using Value = double;
     using Native = F;
+    using Real = double;
     static constexpr Bits kSign = Bits(1) << (keyBits - 1);
     static constexpr Bits kMant = (Bits(1) << MantBits) - 1;
     static constexpr Bits kExp = ~(kSign | kMant);
@@ -140,20 +145,27 @@ template <> struct ReprTraits<Repr::F64> : IeeeTraits<double, std::uint64_t, 52>
 
 // x87 extended: 64-bit mantissa with an explicit integer bit, 15-bit
 // exponent, sign; the rest of the storage is padding. Statistics take its
-// value as a double; its key is that double's key, which keeps the order.
+// value as a long double. Its 64-bit key orders values as the double they
+// round to does while that double is finite; values beyond double's range
+// take the keys a double leaves to NaN (above +inf's, below -inf's), by
+// exponent and the first 38 bits of the fraction. So the order statistics
+// tell values apart as doubles do, and those beyond double's range closely
+// enough that they come out as the infinity a double gives them, or, where
+// huge values of both signs meet, as the long double between them.
 template <> struct ReprTraits<Repr::F80> {
     static constexpr bool isFloat = true;
     static constexpr bool isSigned = true;
     static constexpr bool isLogical = false;
     static constexpr unsigned keyBits = 64;
-    using Value = double;
+    using Value = long double;
     using Native = long double;
+    using Real = long double;
     static long double native(const unsigned char* p) {
         long double f = 0;
         std::memcpy(&f, p, 10);
         return f;
     }
-    static double value(const unsigned char* p) { return static_cast<double>(native(p)); }
+    static long double value(const unsigned char* p) { return native(p); }
     static unsigned classify(const unsigned char* p) {
         std::uint64_t m;
         std::uint16_t se;
@@ -171,8 +183,42 @@ template <> struct ReprTraits<Repr::F80> {
             return m == 0 ? kClassZero : (neg ? kClassNegDenorm : kClassPosDenorm);
         return 0;
     }
-    static std::uint64_t key(double v) { return ReprTraits<Repr::F64>::key(v); }
-    static double fromKey(std::uint64_t k) { return ReprTraits<Repr::F64>::fromKey(k); }
+    static constexpr unsigned kBeyondFraction = 38;
+    // The key of +inf as a double; keys above it are values beyond.
+    static constexpr std::uint64_t kPosInfKey = 0xfff0000000000000ULL;
+    static std::uint64_t key(long double v) {
+        const double d = static_cast<double>(v);
+        if (std::fabs(d) <= std::numeric_limits<double>::max())
+            return ReprTraits<Repr::F64>::key(d);
+        const long double a = std::fabs(v);
+        int e = 0;
+        const long double m = std::frexp(a, &e); // a = m * 2^e, m in [0.5, 1)
+        // e - 1 is the exponent of a in [1, 2) form: 1023 for the values
+        // just below 2^1024 that round up to +inf, up to 16383.
+        const auto fraction = static_cast<std::uint64_t>(
+            std::ldexp(m * 2 - 1, static_cast<int>(kBeyondFraction))); // truncated
+        const std::uint64_t k = kPosInfKey + 1 +
+                                (static_cast<std::uint64_t>(e - 1 - 1023) << kBeyondFraction) +
+                                fraction;
+        return v < 0 ? ~k : k;
+    }
+    static std::uint64_t keyOfNative(long double v) { return key(v); }
+    static long double fromKey(std::uint64_t k) {
+        const std::uint64_t negInfKey = ~kPosInfKey;
+        if (k > negInfKey && k < kPosInfKey)
+            return static_cast<long double>(ReprTraits<Repr::F64>::fromKey(k));
+        if (k == kPosInfKey || k == negInfKey)
+            return k == kPosInfKey ? std::numeric_limits<long double>::infinity()
+                                   : -std::numeric_limits<long double>::infinity();
+        const bool negative = k < negInfKey;
+        const std::uint64_t off = (negative ? ~k : k) - kPosInfKey - 1;
+        const int e = static_cast<int>(off >> kBeyondFraction) + 1023;
+        const std::uint64_t fraction = off & ((std::uint64_t(1) << kBeyondFraction) - 1);
+        const long double a = std::ldexp(
+            1 + std::ldexp(static_cast<long double>(fraction), -static_cast<int>(kBeyondFraction)),
+            e);
+        return negative ? -a : a;
+    }
 };
 
 // Calls f(ReprTag<R>{}) for the representation r.

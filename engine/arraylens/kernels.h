@@ -49,6 +49,17 @@ struct WindowTally {
     std::uint64_t under[kMaxWindows] = {};
 };
 
+// Of one block of integers, by their keys: the smallest and largest, the
+// zeros, and the exact sum of the keys and of their squares (squaresHigh *
+// 2^128 + squaresLow). A key is the value plus a constant, so its spread
+// is the values' own.
+struct IntegerBlock {
+    std::uint64_t minKey = 0, maxKey = 0, zero = 0;
+    unsigned __int128 keySum = 0;
+    unsigned __int128 squaresLow = 0;
+    std::uint64_t squaresHigh = 0;
+};
+
 struct Ops {
     // Classes of n doubles (floats); the number of finite ones is returned
     // and *finite points at them as doubles: at v itself when every double
@@ -66,6 +77,17 @@ struct Ops {
     using Scan = void (*)(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys,
                           WindowTally& tally, std::uint64_t* const* out, std::size_t* counts);
     Scan scan;
+    // n integer elements of `width` bytes (1, 2, 4 or 8), signed or not, at
+    // most kBlock: each one's order-preserving key, the value plus `bias`
+    // (2^(bits - 1) for signed kinds of that many bits, wrapping), to
+    // keys[i], and the block's sums.
+    void (*integers)(const void* v, unsigned width, bool isSigned, std::size_t n,
+                     std::uint64_t bias, std::uint64_t* keys, IntegerBlock& out);
+    // The scan of integer elements, by their keys: exact, with no values
+    // between. Tallies and writes as `scan` does.
+    using ScanKeys = void (*)(const std::uint64_t* keys, std::size_t n, const ScanWindows& w,
+                              WindowTally& tally, std::uint64_t* const* out, std::size_t* counts);
+    ScanKeys scanKeys;
 };
 
 // The loops for this processor.

@@ -1,4 +1,4 @@
-// The loops of kernels.inc built for AVX2, with the window scan written out:
+// The loops of kernels.inc built for AVX2, with the window scans written out:
 // four values at a time are compared with every window, and those inside
 // any window are packed to the front of a vector by a table of permutations
 // and stored, with no branch, for the exact look at their keys.
@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
+#include <type_traits>
 #include <utility>
 
 namespace arraylens::kernels::avx2 {
@@ -38,6 +39,20 @@ struct CompressTable {
 };
 const CompressTable kCompress;
 
+// Stores the 64-bit lanes of x that `mask` picks, in order, at `out`,
+// which has room for four; how many it picked.
+std::size_t packLanes(__m256i x, int mask, void* out) {
+    const __m256i perm = _mm256_load_si256(reinterpret_cast<const __m256i*>(kCompress.idx[mask]));
+    _mm256_storeu_si256(static_cast<__m256i*>(out), _mm256_permutevar8x32_epi32(x, perm));
+    return static_cast<std::size_t>(__builtin_popcount(static_cast<unsigned>(mask)));
+}
+
+std::uint64_t laneSum(__m256i v) {
+    alignas(32) std::uint64_t lanes[4];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), v);
+    return lanes[0] + lanes[1] + lanes[2] + lanes[3];
+}
+
 // The number of windows is a template argument so that their bounds and
 // counts stay in registers.
 template <unsigned NW>
@@ -64,17 +79,10 @@ void scanN(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys,
             const __m256d le = _mm256_cmp_pd(x, hi[j], _CMP_LE_OQ);
             any = _mm256_or_pd(any, _mm256_andnot_pd(lt, le));
         }
-        const int mask = _mm256_movemask_pd(any);
-        const __m256i perm =
-            _mm256_load_si256(reinterpret_cast<const __m256i*>(kCompress.idx[mask]));
-        _mm256_storeu_pd(cand + nc, _mm256_castsi256_pd(
-                                        _mm256_permutevar8x32_epi32(_mm256_castpd_si256(x), perm)));
-        nc += static_cast<std::size_t>(__builtin_popcount(static_cast<unsigned>(mask)));
+        nc += packLanes(_mm256_castpd_si256(x), _mm256_movemask_pd(any), cand + nc);
     }
     for (unsigned j = 0; j < NW; ++j) {
-        alignas(32) std::uint64_t lanes[4];
-        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), under[j]);
-        std::uint64_t u = lanes[0] + lanes[1] + lanes[2] + lanes[3];
+        std::uint64_t u = laneSum(under[j]);
         for (std::size_t t = i; t < n; ++t)
             u += v[t] < w.loValue[j];
         tally.under[j] += u;
@@ -103,17 +111,78 @@ void scan(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys, 
         kScans[w.count - 1](v, n, w, floatKeys, tally, out, counts);
 }
 
+// The same over integer keys. AVX2 compares 64-bit lanes as signed only:
+// keys with their top bit flipped compare as signed as the keys do
+// unsigned. A key is outside every window when it is below or above each.
+template <unsigned NW>
+void scanKeysN(const std::uint64_t* k, std::size_t n, const ScanWindows& w, WindowTally& tally,
+               std::uint64_t* const* out, std::size_t* counts) {
+    constexpr std::uint64_t kTop = std::uint64_t(1) << 63;
+    const __m256i flip = _mm256_set1_epi64x(static_cast<long long>(kTop));
+    __m256i lo[NW], hi[NW], under[NW];
+    for (unsigned j = 0; j < NW; ++j) {
+        lo[j] = _mm256_set1_epi64x(static_cast<long long>(w.lo[j] ^ kTop));
+        hi[j] = _mm256_set1_epi64x(static_cast<long long>((w.lo[j] + w.span[j]) ^ kTop));
+        under[j] = _mm256_setzero_si256();
+    }
+    std::uint64_t cand[kBlock + 4];
+    std::size_t nc = 0;
+    std::size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m256i key = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(k + i));
+        const __m256i x = _mm256_xor_si256(key, flip);
+        __m256i outside = _mm256_set1_epi64x(-1);
+        for (unsigned j = 0; j < NW; ++j) {
+            const __m256i lt = _mm256_cmpgt_epi64(lo[j], x);
+            under[j] = _mm256_sub_epi64(under[j], lt);
+            const __m256i gt = _mm256_cmpgt_epi64(x, hi[j]);
+            outside = _mm256_and_si256(outside, _mm256_or_si256(lt, gt));
+        }
+        nc += packLanes(key, _mm256_movemask_pd(_mm256_castsi256_pd(outside)) ^ 0xf, cand + nc);
+    }
+    for (unsigned j = 0; j < NW; ++j) {
+        std::uint64_t u = laneSum(under[j]);
+        for (std::size_t t = i; t < n; ++t)
+            u += k[t] < w.lo[j];
+        tally.under[j] += u;
+    }
+    for (; i < n; ++i) {
+        bool in = false;
+        for (unsigned j = 0; j < NW; ++j)
+            in = in || k[i] - w.lo[j] <= w.span[j];
+        cand[nc] = k[i];
+        nc += in;
+    }
+    generic::distributeKeys(cand, nc, w, out, counts);
+}
+
+template <std::size_t... I>
+constexpr std::array<Ops::ScanKeys, sizeof...(I)> scanKeysByCount(std::index_sequence<I...>) {
+    return {{&scanKeysN<I + 1>...}};
+}
+constexpr auto kScanKeys = scanKeysByCount(std::make_index_sequence<kMaxWindows>());
+
+void scanKeys(const std::uint64_t* k, std::size_t n, const ScanWindows& w, WindowTally& tally,
+              std::uint64_t* const* out, std::size_t* counts) {
+    if (w.count > 0)
+        kScanKeys[w.count - 1](k, n, w, tally, out, counts);
+}
+
 } // namespace
 
-// The AVX-512 build shares this scan.
+// The AVX-512 build shares these scans.
 Ops::Scan avx2Scan() {
     return scan;
+}
+Ops::ScanKeys avx2ScanKeys() {
+    return scanKeys;
 }
 
 const Ops& table() {
     static const Ops t = [] {
         Ops o = generic::table();
         o.scan = scan;
+        o.scanKeys = scanKeys;
         return o;
     }();
     return t;

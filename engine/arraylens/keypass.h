@@ -476,20 +476,22 @@ Status quantilesByRadix(const PassContext& later, const StatisticsOptions& optio
     }
     hists.clear();
     keys.clear();
+    using Real = typename T::Real;
     auto valueAt = [&](std::uint64_t rank) {
-        return static_cast<double>(T::fromKey(select.keyAt(rank)));
+        return static_cast<Real>(T::fromKey(select.keyAt(rank)));
     };
     auto quantile = [&](const QuantilePoint& q) {
-        return interpolate(valueAt(q.lower), valueAt(q.upper), q.fraction);
+        return interpolateIn(valueAt(q.lower), valueAt(q.upper), q.fraction);
     };
-    out.firstQuartile = quantile(q1);
-    out.median = quantile(q2);
-    out.thirdQuartile = quantile(q3);
+    const Real first = quantile(q1), third = quantile(q3);
+    out.firstQuartile = static_cast<double>(first);
+    out.median = static_cast<double>(quantile(q2));
+    out.thirdQuartile = static_cast<double>(third);
 
     // Tukey's adjacent values: the extremes of the elements inside the fences.
-    const double iqr = out.thirdQuartile - out.firstQuartile;
-    const double lowFence = out.firstQuartile - 1.5 * iqr;
-    const double highFence = out.thirdQuartile + 1.5 * iqr;
+    const Real iqr = third - first;
+    const Real lowFence = first - Real(1.5) * iqr;
+    const Real highFence = third + Real(1.5) * iqr;
     const std::uint64_t minKey = T::key(min), maxKey = T::key(max);
     FenceQuery fence;
     bool noneLow = false, noneHigh = false;

@@ -1,5 +1,6 @@
-// Statistics of large IEEE single and double arrays in one pass: a
-// stratified sample guesses key windows around the quartiles and the fences,
+// Statistics of large IEEE single and double arrays, and of integer ones,
+// in one pass: a stratified sample guesses key windows around the quartiles
+// and the fences,
 // the pass keeps the keys inside them and counts those below, and when every
 // wanted rank did fall inside its window, nothing more is read. Otherwise
 // radix selection takes over from the counts of the same pass. Only the
@@ -237,9 +238,12 @@ bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, Gues
 // One thread's share of the pass.
 template <Repr R> struct alignas(64) OnePassState {
     using Native = typename ReprTraits<R>::Native;
+    using V = typename ReprTraits<R>::Value;
     std::uint64_t count = 0, finite = 0;
     kernels::ClassCounts classes;
-    Extremes<double> extremes;
+    Extremes<V> extremes;
+    // Integer sums are exact and merge in any order.
+    IntegerMoments exact;
     kernels::WindowTally tally;
     std::uint64_t in[kernels::kMaxWindows] = {};
     // Keys of each window waiting to go to its store: the scan writes a
@@ -252,6 +256,8 @@ template <Repr R> struct alignas(64) OnePassState {
     Native native[kernels::kBlock];
     std::size_t nn = 0;
     double values[kernels::kBlock];
+    // Integers' keys, which the scan compares exactly.
+    std::uint64_t keys[kernels::kBlock];
     explicit OnePassState(unsigned windows) {
         for (unsigned j = 0; j < windows; ++j) {
             local[j].reset(new std::uint64_t[kFlushAt + kernels::kBlock]);
@@ -269,14 +275,19 @@ struct WindowStore {
     bool complete(std::uint64_t in) const { return fill.load() == in && in <= cap; }
 };
 
-// Statistics of IEEE single or double elements in one pass when the sample's
-// windows hold; otherwise the same pass goes on to radix selection. False in
-// `taken` when no guess was made and the caller is to compute it all.
+// Statistics of IEEE single or double elements, or of integer ones, in one
+// pass when the sample's windows hold; otherwise the same pass goes on to
+// radix selection. False in `taken` when no guess was made and the caller
+// is to compute it all. Floating-point values are scanned against the
+// windows as doubles, which tell every float and double apart; integers by
+// their keys, since doubles cannot tell those beyond 2^53 apart.
 template <Repr R>
 Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& options,
                            Statistics& out, bool& taken) {
     using T = ReprTraits<R>;
     using Native = typename T::Native;
+    using V = typename T::Value;
+    using Real = typename T::Real;
     taken = false;
     GuessedWindows g;
     if (!guessWindows<R>(ctx, options, g))
@@ -297,7 +308,8 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     std::vector<std::unique_ptr<OnePassState<R>>> states;
     for (int i = 0; i < ctx.threads; ++i)
         states.push_back(std::make_unique<OnePassState<R>>(nw));
-    std::vector<TileSums> tiles(static_cast<std::size_t>(ctx.plan.tileCount()));
+    // Only floating-point sums depend on the order they are added in.
+    std::vector<TileSums> tiles(T::isFloat ? static_cast<std::size_t>(ctx.plan.tileCount()) : 0);
     std::unique_ptr<std::atomic<std::uint64_t>[]> verdicts;
     const std::uint64_t positions = ctx.plan.elementCount();
     if (!ctx.filter.empty() && positions <= (std::uint64_t(1) << 30))
@@ -313,21 +325,31 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         st.waiting[j] = 0;
         st.localAt[j] = st.local[j].get();
     };
-    auto block = [&](OnePassState<R>& st, TileSums& sums, const Native* v, std::size_t m) {
+    auto block = [&](OnePassState<R>& st, TileSums* sums, const Native* v, std::size_t m) {
         st.count += m;
-        std::size_t nf;
-        const double* values;
-        if constexpr (R == Repr::F64)
-            nf = ops.classifyF64(v, m, st.values, &values, st.classes);
-        else
-            nf = ops.classifyF32(v, m, st.values, &values, st.classes);
-        if (nf == 0)
-            return;
-        const kernels::FiniteMoments fm = ops.moments(values, nf);
-        sums.addBlock(static_cast<double>(nf), fm.sum, fm.m2);
-        st.extremes.add(fm.min, fm.max);
-        st.finite += nf;
-        ops.scan(values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
+        if constexpr (T::isFloat) {
+            std::size_t nf;
+            const double* values;
+            if constexpr (R == Repr::F64)
+                nf = ops.classifyF64(v, m, st.values, &values, st.classes);
+            else
+                nf = ops.classifyF32(v, m, st.values, &values, st.classes);
+            if (nf == 0)
+                return;
+            const kernels::FiniteMoments fm = ops.moments(values, nf);
+            sums->addBlock(static_cast<double>(nf), fm.sum, fm.m2);
+            st.extremes.add(fm.min, fm.max);
+            st.finite += nf;
+            ops.scan(values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
+        } else {
+            kernels::IntegerBlock b;
+            integerBlock<R>(v, m, st.keys, b);
+            st.classes.zero += b.zero;
+            st.exact.add(b, m);
+            st.extremes.add(T::fromKey(b.minKey), T::fromKey(b.maxKey));
+            st.finite += m;
+            ops.scanKeys(st.keys, m, win, st.tally, st.localAt, st.got);
+        }
         for (unsigned j = 0; j < nw; ++j) {
             st.in[j] += st.got[j];
             // A window of one key is known by its counts alone.
@@ -347,7 +369,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         ctx.plan, ctx.reader, ctx.threads,
         [&](int thread, std::uint64_t tile, const TileView& view) -> Status {
             OnePassState<R>& st = *states[static_cast<std::size_t>(thread)];
-            TileSums& sums = tiles[static_cast<std::size_t>(tile)];
+            TileSums* sums = T::isFloat ? &tiles[static_cast<std::size_t>(tile)] : nullptr;
             bool direct = false;
             if (Status hs = hashWholeTile(hash, tile, view, esize, vbytes, !filter.empty(), direct);
                 !hs)
@@ -403,6 +425,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         all.classes.inf += o.classes.inf;
         all.classes.denorm += o.classes.denorm;
         all.extremes.add(o.extremes);
+        all.exact.add(o.exact);
         all.finite += o.finite;
         for (unsigned j = 0; j < nw; ++j) {
             all.tally.under[j] += o.tally.under[j];
@@ -410,8 +433,6 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         }
     }
     const TileSums merged = mergeTiles(tiles);
-    const Neumaier& sum = merged.sum;
-    const Moments& moments = merged.moments;
     tiles = std::vector<TileSums>();
 
     out.checksum = static_cast<std::int64_t>(checksum);
@@ -421,17 +442,23 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     out.infCount = all.classes.inf;
     out.denormCount = all.classes.denorm;
     out.passes = 1;
-    out.statValid = 0x7 | (1u << StatNanCount) | (1u << StatInfCount) | (1u << StatDenormCount);
+    out.statValid = 0x7;
+    if (T::isFloat)
+        out.statValid |= (1u << StatNanCount) | (1u << StatInfCount) | (1u << StatDenormCount);
     const std::uint64_t n = all.finite;
     if (n == 0)
         return Status::Ok();
     out.statValid |= 0x1ff8;
-    out.sum = sum.value();
-    out.mean = sum.value() / static_cast<double>(n);
-    const double min = all.extremes.min, max = all.extremes.max;
-    out.min = min;
-    out.max = max;
-    out.stdDev = std::sqrt(moments.m2 / moments.n);
+    if constexpr (T::isFloat) {
+        out.sum = merged.sum.value();
+        out.mean = merged.sum.value() / static_cast<double>(n);
+        out.stdDev = std::sqrt(merged.moments.m2 / merged.moments.n);
+    } else {
+        setIntegerMoments<R>(all.exact, out);
+    }
+    const V min = all.extremes.min, max = all.extremes.max;
+    out.min = typedNumber<R>(min);
+    out.max = typedNumber<R>(max);
 
     // The quartiles' ranks, each looked up in its window.
     const QuantilePoint qs[3] = {quantilePoint(n, 0.25), quantilePoint(n, 0.5),
@@ -482,7 +509,8 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         }
     });
     auto quantile = [&](int i) {
-        return interpolate(T::fromKey(found[i][0]), T::fromKey(found[i][1]), qs[i].fraction);
+        return interpolateIn(static_cast<Real>(T::fromKey(found[i][0])),
+                             static_cast<Real>(T::fromKey(found[i][1])), qs[i].fraction);
     };
     out.firstQuartile = quantile(0);
     out.median = quantile(1);
@@ -496,12 +524,12 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     bool noneLow = false, noneHigh = false;
     fence.notBelow = keyNotBelow<R>(out.firstQuartile - 1.5 * iqr, noneLow);
     fence.notAbove = keyNotAbove<R>(out.thirdQuartile + 1.5 * iqr, noneHigh);
-    double lowerAdj = min, upperAdj = max;
+    V lowerAdj = min, upperAdj = max;
     bool needLow = !noneLow && T::key(min) < fence.notBelow;
     bool needHigh = !noneHigh && T::key(max) > fence.notAbove;
     // The nearest kept key on the inner side of a fence: the smallest not
     // below the low one, the largest not above the high one.
-    auto fromWindow = [&](int w, std::uint64_t fenceKey, bool low, double& adjacent) {
+    auto fromWindow = [&](int w, std::uint64_t fenceKey, bool low, V& adjacent) {
         if (!g.holds(w, fenceKey) || !stores[w].complete(all.in[w]))
             return false;
         const std::uint64_t* k = stores[w].keys.get();
@@ -529,8 +557,8 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             return ps;
         ++out.passes;
     }
-    out.lowerAdjValue = lowerAdj;
-    out.upperAdjValue = upperAdj;
+    out.lowerAdjValue = typedNumber<R>(lowerAdj);
+    out.upperAdjValue = typedNumber<R>(upperAdj);
     return Status::Ok();
 }
 

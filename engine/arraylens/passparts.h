@@ -6,6 +6,7 @@
 #pragma once
 
 #include "element.h"
+#include "exactmoments.h"
 #include "filter.h"
 #include "parallel.h"
 #include "slice.h"
@@ -35,9 +36,9 @@ namespace arraylens::detail {
 
 // Running mean and sum of squared deviations, merged block by block
 // (Chan et al.): stable however large the mean is against the spread.
-struct Moments {
-    double n = 0, mean = 0, m2 = 0;
-    void merge(double nb, double meanB, double m2B) {
+template <class F> struct BasicMoments {
+    F n = 0, mean = 0, m2 = 0;
+    void merge(F nb, F meanB, F m2B) {
         if (nb == 0)
             return;
         if (n == 0) {
@@ -46,13 +47,14 @@ struct Moments {
             m2 = m2B;
             return;
         }
-        double total = n + nb;
-        double delta = meanB - mean;
+        F total = n + nb;
+        F delta = meanB - mean;
         mean += delta * (nb / total);
         m2 += m2B + delta * delta * (n * nb / total);
         n = total;
     }
 };
+using Moments = BasicMoments<double>;
 
 // The smallest and largest of the finite values seen, merged from blocks
 // and from threads alike.
@@ -75,39 +77,103 @@ template <class V> struct Extremes {
     }
 };
 
-struct Neumaier {
-    double sum = 0, c = 0;
-    void add(double x) {
-        double t = sum + x;
+template <class F> struct BasicNeumaier {
+    F sum = 0, c = 0;
+    void add(F x) {
+        F t = sum + x;
         if (std::fabs(sum) >= std::fabs(x))
             c += (sum - t) + x;
         else
             c += (x - t) + sum;
         sum = t;
     }
-    double value() const { return sum + c; }
+    F value() const { return sum + c; }
 };
+using Neumaier = BasicNeumaier<double>;
 
 // Sums and moments of one tile, merged in tile order afterwards so that the
 // result does not depend on which thread took which tile.
-struct TileSums {
-    Neumaier sum;
-    Moments moments;
-    void addBlock(double n, double blockSum, double m2) {
+template <class F> struct BasicTileSums {
+    BasicNeumaier<F> sum;
+    BasicMoments<F> moments;
+    void addBlock(F n, F blockSum, F m2) {
         sum.add(blockSum);
         moments.merge(n, blockSum / n, m2);
+    }
+    void merge(const BasicTileSums& t) {
+        sum.add(t.sum.sum);
+        sum.add(t.sum.c);
+        moments.merge(t.moments.n, t.moments.mean, t.moments.m2);
+    }
+};
+using TileSums = BasicTileSums<double>;
+
+// Long double sums and moments twice over: of the values as they are, and
+// of the values times 2^-kScale, which no sum or square of values up to
+// LDBL_MAX can overflow (n < 2^64: sums below 2^8128, squares below
+// 2^16194). The scaled ones count only where the plain ones overflowed, so
+// values of 2^8000 or more were there: the scaling loses the precision of
+// values below 2^-8062, whose share in such results is far beneath
+// anything a double can show.
+struct ExtendedTileSums {
+    static constexpr int kScale = 8320;
+    BasicTileSums<long double> plain, scaled;
+    void addBlock(const long double* v, std::size_t n) {
+        long double sums[2] = {0, 0};
+        const long double scale = std::ldexp(1.0L, -kScale);
+        for (std::size_t i = 0; i < n; ++i) {
+            sums[0] += v[i];
+            sums[1] += v[i] * scale;
+        }
+        const long double count = static_cast<long double>(n);
+        long double m2[2] = {0, 0};
+        for (int k = 0; k < 2; ++k) {
+            const long double mean = sums[k] / count;
+            for (std::size_t i = 0; i < n; ++i) {
+                const long double d = (k == 0 ? v[i] : v[i] * scale) - mean;
+                m2[k] += d * d;
+            }
+        }
+        plain.addBlock(count, sums[0], m2[0]);
+        scaled.addBlock(count, sums[1], m2[1]);
+    }
+    void merge(const ExtendedTileSums& t) {
+        plain.merge(t.plain);
+        scaled.merge(t.scaled);
     }
 };
 
 // All tiles' sums and moments, in tile order.
-inline TileSums mergeTiles(const std::vector<TileSums>& tiles) {
-    TileSums all;
-    for (const TileSums& t : tiles) {
-        all.sum.add(t.sum.sum);
-        all.sum.add(t.sum.c);
-        all.moments.merge(t.moments.n, t.moments.mean, t.moments.m2);
-    }
+template <class Sums> Sums mergeTiles(const std::vector<Sums>& tiles) {
+    Sums all;
+    for (const Sums& t : tiles)
+        all.merge(t);
     return all;
+}
+
+// Sum, Mean and StdDev of long double elements, each a double: the nearest
+// to the long double result, an infinity where that is beyond double's
+// range. Nothing overflows into a NaN: where the plain sums did, the
+// scaled ones stand in.
+inline void setExtendedMoments(const ExtendedTileSums& s, std::uint64_t count, Statistics& out) {
+    const long double n = static_cast<long double>(count);
+    const long double plainSum = s.plain.sum.value();
+    long double sum, mean;
+    if (std::isfinite(plainSum)) {
+        sum = plainSum;
+        mean = plainSum / n;
+    } else {
+        sum = std::ldexp(s.scaled.sum.value(), ExtendedTileSums::kScale);
+        mean = std::ldexp(s.scaled.sum.value() / n, ExtendedTileSums::kScale);
+    }
+    const long double plainM2 = s.plain.moments.m2;
+    const long double sd = std::isfinite(plainM2) && std::isfinite(plainSum)
+                               ? std::sqrt(plainM2 / s.plain.moments.n)
+                               : std::ldexp(std::sqrt(s.scaled.moments.m2 / s.scaled.moments.n),
+                                            ExtendedTileSums::kScale);
+    out.sum = static_cast<double>(sum);
+    out.mean = static_cast<double>(mean);
+    out.stdDev = static_cast<double>(sd);
 }
 
 struct PassContext {
@@ -350,10 +416,21 @@ inline Status hashPackedTile(OrderedHasher& hash, std::uint64_t tile, bool whole
 
 // Order-preserving keys of thresholds: the smallest key whose value is not
 // below x, and the largest whose value is not above x.
-template <Repr R> std::uint64_t keyNotBelow(double x, bool& none) {
+template <Repr R> std::uint64_t keyNotBelow(typename ReprTraits<R>::Real x, bool& none) {
     using T = ReprTraits<R>;
     none = false;
-    if constexpr (T::isFloat) {
+    if constexpr (R == Repr::F80) {
+        if (x == -std::numeric_limits<long double>::infinity())
+            return T::key(-std::numeric_limits<long double>::max());
+        if (x == std::numeric_limits<long double>::infinity()) {
+            none = true;
+            return 0;
+        }
+        std::uint64_t k = T::key(x == 0 ? -0.0L : x);
+        if (T::fromKey(k) < x)
+            k += k + 1 == T::kPosInfKey ? 2 : 1;
+        return k;
+    } else if constexpr (T::isFloat) {
         if constexpr (R == Repr::F32) {
             float f = static_cast<float>(x);
             if (static_cast<double>(f) < x)
@@ -382,10 +459,21 @@ template <Repr R> std::uint64_t keyNotBelow(double x, bool& none) {
     }
 }
 
-template <Repr R> std::uint64_t keyNotAbove(double x, bool& none) {
+template <Repr R> std::uint64_t keyNotAbove(typename ReprTraits<R>::Real x, bool& none) {
     using T = ReprTraits<R>;
     none = false;
-    if constexpr (T::isFloat) {
+    if constexpr (R == Repr::F80) {
+        if (x == std::numeric_limits<long double>::infinity())
+            return T::key(std::numeric_limits<long double>::max());
+        if (x == -std::numeric_limits<long double>::infinity()) {
+            none = true;
+            return 0;
+        }
+        std::uint64_t k = T::key(x == 0 ? 0.0L : x);
+        if (T::fromKey(k) > x)
+            k -= k - 1 == ~T::kPosInfKey ? 2 : 1;
+        return k;
+    } else if constexpr (T::isFloat) {
         if constexpr (R == Repr::F32) {
             float f = static_cast<float>(x);
             if (static_cast<double>(f) > x)
@@ -467,6 +555,46 @@ template <Repr R> std::uint64_t finiteKeyMax() {
         return T::keyOfNative(std::numeric_limits<typename T::Native>::max());
     else
         return T::keyBits >= 64 ? ~std::uint64_t(0) : (std::uint64_t(1) << T::keyBits) - 1;
+}
+
+// Quantiles interpolated in the type they are reckoned in.
+inline double interpolateIn(double a, double b, double fraction) {
+    return interpolate(a, b, fraction);
+}
+inline long double interpolateIn(long double a, long double b, double fraction) {
+    return interpolateExtended(a, b, fraction);
+}
+
+// The kernel's keys and exact sums of a block of n integers of the kind R,
+// as stored (S) or widened to its Value.
+template <Repr R, class S>
+void integerBlock(const S* v, std::size_t n, std::uint64_t* keys, kernels::IntegerBlock& out) {
+    using T = ReprTraits<R>;
+    constexpr std::uint64_t bias = T::isSigned ? std::uint64_t(1) << (T::keyBits - 1) : 0;
+    kernels::ops().integers(v, sizeof(S), std::is_signed<S>::value, n, bias, keys, out);
+}
+
+// Sum, Mean and StdDev of integer elements from their exact sums: the sum
+// in the element's type while it fits 64 bits, beyond that the double
+// nearest to it; the mean and the deviation rounded once.
+template <Repr R> void setIntegerMoments(const IntegerMoments& m, Statistics& out) {
+    using T = ReprTraits<R>;
+    constexpr std::uint64_t bias = T::isSigned ? std::uint64_t(1) << (T::keyBits - 1) : 0;
+    const __int128 sum =
+        static_cast<__int128>(m.keySum) - static_cast<__int128>(m.n) * static_cast<__int128>(bias);
+    const bool fits =
+        R == Repr::U64
+            ? sum >= 0 && sum <= static_cast<__int128>(std::numeric_limits<std::uint64_t>::max())
+            : sum >= std::numeric_limits<std::int64_t>::min() &&
+                  sum <= std::numeric_limits<std::int64_t>::max();
+    if (!fits)
+        out.sum = ratioToDouble(sum, 1);
+    else if (R == Repr::U64)
+        out.sum = static_cast<std::uint64_t>(sum);
+    else
+        out.sum = static_cast<std::int64_t>(sum);
+    out.mean = ratioToDouble(sum, m.n);
+    out.stdDev = standardDeviation(m);
 }
 
 template <Repr R> Number typedNumber(typename ReprTraits<R>::Value v) {

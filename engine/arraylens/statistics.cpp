@@ -37,6 +37,18 @@ double interpolate(double a, double b, double fraction) {
     return a + diff * fraction;
 }
 
+long double interpolateExtended(long double a, long double b, double fraction) {
+    if (fraction == 0)
+        return a;
+    const long double f = fraction;
+    const long double diff = b - a;
+    if (!std::isfinite(diff))
+        return a * (1 - f) + b * f;
+    if (f >= 0.5L)
+        return b - diff * (1 - f);
+    return a + diff * f;
+}
+
 namespace {
 
 using namespace detail;
@@ -46,10 +58,13 @@ template <Repr R> struct alignas(64) FirstPassState {
     using T = ReprTraits<R>;
     using V = typename T::Value;
     std::uint64_t count = 0, zero = 0, nan = 0, inf = 0, denorm = 0, finite = 0;
-    __int128 isum = 0;
+    // Integer sums are exact, so any order of merging gives the same bits.
+    IntegerMoments exact;
     // Floating-point sums and moments go to the tile being read, so that
-    // they are merged in tile order whatever the threads did.
-    TileSums* tile = nullptr;
+    // they are merged in tile order whatever the threads did; long double
+    // ones are taken in long double.
+    using Sums = std::conditional_t<R == Repr::F80, ExtendedTileSums, TileSums>;
+    Sums* tile = nullptr;
     Extremes<V> extremes;
     // 32-bit bins take half the cache of 64-bit ones; they spill into the
     // 64-bit histogram long before they could overflow.
@@ -57,7 +72,6 @@ template <Repr R> struct alignas(64) FirstPassState {
     std::vector<std::uint64_t> hist;
     std::uint64_t sinceSpill = 0;
     V block[kernels::kBlock];
-    double dblock[kernels::kBlock];
     std::size_t nb = 0;
     PackBuffer pack;
     unsigned shift = 0;
@@ -78,29 +92,32 @@ template <Repr R> struct alignas(64) FirstPassState {
         if (sinceSpill + n > 0xffffffffu)
             spill();
         sinceSpill += n;
-        V lo = block[0], hi = block[0];
-        for (std::size_t i = 0; i < n; ++i) {
-            V v = block[i];
-            lo = v < lo ? v : lo;
-            hi = v > hi ? v : hi;
-            ++hist32[T::key(v) >> shift];
-        }
         // Squared deviations from the block's own mean, by the same loops as
-        // the one-pass road; integer sums are kept exact besides.
-        kernels::FiniteMoments fm;
+        // the one-pass road; integers exactly.
         if constexpr (T::isFloat) {
-            fm = kernels::ops().moments(block, n);
+            V lo = block[0], hi = block[0];
+            for (std::size_t i = 0; i < n; ++i) {
+                V v = block[i];
+                lo = v < lo ? v : lo;
+                hi = v > hi ? v : hi;
+                ++hist32[T::key(v) >> shift];
+            }
+            if constexpr (R == Repr::F80) {
+                tile->addBlock(block, n);
+            } else {
+                const kernels::FiniteMoments fm = kernels::ops().moments(block, n);
+                tile->addBlock(static_cast<double>(n), fm.sum, fm.m2);
+            }
+            extremes.add(lo, hi);
         } else {
-            __int128 s = 0;
+            std::uint64_t keys[kernels::kBlock];
+            kernels::IntegerBlock b;
+            integerBlock<R>(block, n, keys, b);
             for (std::size_t i = 0; i < n; ++i)
-                s += static_cast<__int128>(block[i]);
-            isum += s;
-            for (std::size_t i = 0; i < n; ++i)
-                dblock[i] = static_cast<double>(block[i]);
-            fm = kernels::ops().moments(dblock, n);
+                ++hist32[keys[i] >> shift];
+            exact.add(b, n);
+            extremes.add(T::fromKey(b.minKey), T::fromKey(b.maxKey));
         }
-        tile->addBlock(static_cast<double>(n), fm.sum, fm.m2);
-        extremes.add(lo, hi);
         finite += n;
     }
 };
@@ -135,7 +152,9 @@ template <Repr R> inline void firstPassElement(FirstPassState<R>& s, const unsig
 template <Repr R>
 Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, Statistics& out) {
     using T = ReprTraits<R>;
-    if constexpr (R == Repr::F64 || R == Repr::F32) {
+    // Floats and integers that are not logicals may take the sampled road;
+    // long double and logicals always take radix selection.
+    if constexpr (R == Repr::F64 || R == Repr::F32 || (!T::isFloat && !T::isLogical)) {
         if (options.sampleSize > 0 && ctx.plan.elementCount() >= options.sampleFrom &&
             ctx.reader.cheapScatteredReads()) {
             bool taken = false;
@@ -165,7 +184,8 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     const std::uint64_t positions = ctx.plan.elementCount();
     if (!ctx.filter.empty() && positions <= (std::uint64_t(1) << 30))
         verdicts.reset(new std::atomic<std::uint64_t>[(positions + 63) / 64]());
-    std::vector<TileSums> tiles(static_cast<std::size_t>(ctx.plan.tileCount()));
+    std::vector<typename FirstPassState<R>::Sums> tiles(
+        static_cast<std::size_t>(ctx.plan.tileCount()));
     TileTurns turns; // only its abandoned flag: a failed read stops the hasher
     OrderedHasher hash(turns);
     const Filter& filter = ctx.filter;
@@ -214,15 +234,16 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         all.nan += o.nan;
         all.inf += o.inf;
         all.denorm += o.denorm;
-        all.isum += o.isum;
+        all.exact.add(o.exact);
         all.extremes.add(o.extremes);
         all.finite += o.finite;
         for (std::size_t b = 0; b < all.hist.size(); ++b)
             all.hist[b] += o.hist[b];
     }
     states.resize(1);
-    const TileSums sums = mergeTiles(tiles);
-    tiles = std::vector<TileSums>();
+    const auto sums = mergeTiles(tiles);
+    tiles.clear();
+    tiles.shrink_to_fit();
 
     out.checksum = static_cast<std::int64_t>(checksum);
     out.count = all.count;
@@ -239,28 +260,17 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
         return Status::Ok();
     out.statValid |= 0x1ff8; // bits 3 to 12
 
-    if constexpr (T::isFloat) {
+    if constexpr (R == Repr::F80) {
+        setExtendedMoments(sums, n, out);
+    } else if constexpr (T::isFloat) {
         out.sum = sums.sum.value();
         out.mean = sums.sum.value() / static_cast<double>(n);
+        out.stdDev = std::sqrt(sums.moments.m2 / sums.moments.n);
     } else {
-        const __int128 sum = all.isum;
-        if constexpr (R == Repr::U64) {
-            if (sum >= 0 && sum <= static_cast<__int128>(std::numeric_limits<std::uint64_t>::max()))
-                out.sum = static_cast<std::uint64_t>(sum);
-            else
-                out.sum = static_cast<double>(sum);
-        } else {
-            if (sum >= std::numeric_limits<std::int64_t>::min() &&
-                sum <= std::numeric_limits<std::int64_t>::max())
-                out.sum = static_cast<std::int64_t>(sum);
-            else
-                out.sum = static_cast<double>(sum);
-        }
-        out.mean = static_cast<double>(static_cast<long double>(sum) / static_cast<long double>(n));
+        setIntegerMoments<R>(all.exact, out);
     }
     out.min = typedNumber<R>(all.extremes.min);
     out.max = typedNumber<R>(all.extremes.max);
-    out.stdDev = std::sqrt(sums.moments.m2 / sums.moments.n);
 
     PassContext later = ctx;
     later.verdicts = verdicts.get();

@@ -74,9 +74,10 @@ struct StatisticsOptions : PassOptions {
     // Memory for the keys gathered in the exact quantile search (8 bytes a
     // key); more passes over the data when it is small.
     std::size_t selectionBytes = 24u << 20;
-    // Floating-point arrays of at least `sampleFrom` elements, read where
-    // scattered reads are cheap, get a sample of short runs of neighbouring
-    // elements read first: at least `sampleSize` runs (none when it is 0),
+    // Float, double and integer arrays (not logicals) of at least
+    // `sampleFrom` elements, read where scattered reads are cheap, get a
+    // sample of short runs of neighbouring elements read first: at least
+    // `sampleSize` runs (none when it is 0),
     // more as the array grows. The key windows they suggest around the
     // quartiles and fences are gathered (at most `windowBytes` of keys) in
     // the one pass that computes the rest. When a window misses, radix
@@ -103,5 +104,8 @@ struct QuantilePoint {
 };
 QuantilePoint quantilePoint(std::uint64_t n, double p);
 double interpolate(double a, double b, double fraction);
+// The same in long double, where huge values of both signs may not be
+// subtracted without overflow.
+long double interpolateExtended(long double a, long double b, double fraction);
 
 } // namespace arraylens
