@@ -4,15 +4,19 @@
 // stopped thread, sends the one request and prints the answer as JSON.
 #include "clioptions.h"
 #include "jsonwriter.h"
+#include "tracecommand.h"
 
+#include "arrayexport.h"
 #include "gdbdebugger.h"
 #include "gdbsession.h"
+#include "traceservice.h"
 
 #include "wire/arrayrecords.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFileInfo>
 #include <QTextStream>
 #include <QTimer>
 
@@ -126,7 +130,10 @@ HVDWPRequest buildRequest(const cli::Options& o, IHVExpression* e) {
         r.setRequestViewport(true, o.startRow, o.endRow, o.startCol, o.endCol);
         return r;
     }
+    case cli::Command::Export:
+        return gdb::exportRequest(e, o.slice, o.filter, QFileInfo(o.out).absoluteFilePath());
     case cli::Command::Plot:
+    case cli::Command::Trace:
         break;
     }
     VisEvaluateExpressionRequest r;
@@ -135,6 +142,12 @@ HVDWPRequest buildRequest(const cli::Options& o, IHVExpression* e) {
 }
 
 int run(const cli::Options& o) {
+    QString usageError;
+    if (o.command == cli::Command::Trace &&
+        !gdb::TraceService::check(cli::traceSettings(o), &usageError)) {
+        std::fprintf(stderr, "arraylens-cli: %s\n", usageError.toLocal8Bit().constData());
+        return 2;
+    }
     Timings timings(o.timings);
     gdb::GdbSession::Options sessionOptions;
     sessionOptions.gdbPath = o.gdb;
@@ -197,6 +210,16 @@ int run(const cli::Options& o) {
             return fail(QStringLiteral("The program did not reach a breakpoint in time."));
     }
     timings.stage("run to breakpoint");
+
+    if (o.command == cli::Command::Trace) {
+        const int status = cli::runTrace(debugger, o);
+        timings.stage("trace");
+        if (o.attachPid > 0)
+            command(session, QStringLiteral("-target-detach"), error);
+        session.kill();
+        timings.total();
+        return status;
+    }
 
     std::unique_ptr<IHVExpression> expression(debugger.createExpression(o.expression));
     auto evaluation = expression->evaluate(debugger.currentFrame());
