@@ -18,15 +18,9 @@ import subprocess
 import sys
 import time
 
+from bench_stats import break_location
+
 HERE = os.path.dirname(os.path.abspath(__file__))
-
-
-def break_location(build, key):
-    with open(os.path.join(build, "examples", "break-locations.txt")) as f:
-        for line in f:
-            if line.startswith(key + "="):
-                return line.strip().split("=", 1)[1]
-    sys.exit("no break location %s" % key)
 
 
 def main():
