@@ -23,44 +23,28 @@ QString program() {
     return QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_blowup");
 }
 
+// One program run per test: ctest runs each test in a process of its own,
+// so a run shared through the suite would be made once per test.
 class Trace : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        dir = new QTemporaryDir;
-        const QString at = examples::breakLocation("blowup.blowup");
-        // The first NaN, every fifth step traced.
-        nanRun = new CliResult(
-            cli({"trace", "--expr", kPlate, "--filter", "$value == $nan", "--until", "NanCount > 0",
-                 "--break", at, "--", program(), path("nan.txt"), "700", "40", "60", "5"}));
-        // Every statistic at 36 stops, two past the first NaN.
-        statsRun = new CliResult(cli({"trace", "--expr", kPlate, "--stops", "36", "--break", at,
-                                      "--", program(), path("stats.txt")}));
-        // A program that ends (after 3 stops) before the condition holds.
-        endsRun = new CliResult(
-            cli({"trace", "--expr", kPlate, "--until", "NanCount > 0", "--stat", "NanCount,Max",
-                 "--break", at, "--", program(), path("ends.txt"), "60"}));
+    CliResult trace(const QStringList& options, const QString& reference,
+                    const QStringList& programArgs) {
+        QStringList args{"trace", "--expr", kPlate};
+        args << options << "--break" << examples::breakLocation("blowup.blowup") << "--"
+             << program() << path(reference) << programArgs;
+        return cli(args);
     }
-    static void TearDownTestSuite() {
-        delete nanRun;
-        delete statsRun;
-        delete endsRun;
-        delete dir;
-    }
-    static QString path(const QString& name) { return dir->filePath(name); }
-
-    static QTemporaryDir* dir;
-    static CliResult *nanRun, *statsRun, *endsRun;
+    QString path(const QString& name) const { return dir.filePath(name); }
+    QTemporaryDir dir;
 };
 
-QTemporaryDir* Trace::dir = nullptr;
-CliResult* Trace::nanRun = nullptr;
-CliResult* Trace::statsRun = nullptr;
-CliResult* Trace::endsRun = nullptr;
-
 TEST_F(Trace, UntilStopsAtTheFirstNanWithItsElement) {
-    ASSERT_EQ(nanRun->exitCode, 0) << nanRun->err.toStdString();
+    // The first NaN, every fifth step traced.
+    const CliResult run = trace({"--filter", "$value == $nan", "--until", "NanCount > 0"},
+                                "nan.txt", {"700", "40", "60", "5"});
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     const auto ref = referenceStops(path("nan.txt"));
-    const QList<QJsonObject> lines = nanRun->lines();
+    const QList<QJsonObject> lines = run.lines();
     ASSERT_FALSE(lines.isEmpty());
     // The program says at which step the first NaN appeared, and where.
     int nanStep = 0;
@@ -103,9 +87,11 @@ TEST_F(Trace, UntilStopsAtTheFirstNanWithItsElement) {
 }
 
 TEST_F(Trace, EachLineHoldsTheProgramsOwnStatistics) {
-    ASSERT_EQ(statsRun->exitCode, 0) << statsRun->err.toStdString();
+    // Every statistic at 36 stops, two past the first NaN.
+    const CliResult run = trace({"--stops", "36"}, "stats.txt", {});
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     const auto ref = referenceStops(path("stats.txt"));
-    const QList<QJsonObject> lines = statsRun->lines();
+    const QList<QJsonObject> lines = run.lines();
     ASSERT_EQ(lines.size(), 36);
     ASSERT_GT(ref.size(), 36);
     auto number = [](const QJsonValue& v) -> double {
@@ -161,9 +147,12 @@ TEST_F(Trace, EachLineHoldsTheProgramsOwnStatistics) {
 }
 
 TEST_F(Trace, TheProgramEndsBeforeTheCondition) {
-    EXPECT_EQ(endsRun->exitCode, 1);
-    const QList<QJsonObject> lines = endsRun->lines();
-    ASSERT_EQ(lines.size(), 4) << endsRun->out.toStdString();
+    // 60 steps: 3 stops, and the program ends before the condition holds.
+    const CliResult run =
+        trace({"--until", "NanCount > 0", "--stat", "NanCount,Max"}, "ends.txt", {"60"});
+    EXPECT_EQ(run.exitCode, 1);
+    const QList<QJsonObject> lines = run.lines();
+    ASSERT_EQ(lines.size(), 4) << run.out.toStdString();
     for (int k = 0; k < 3; ++k) {
         EXPECT_EQ(lines[k].value("Stop").toInt(), k + 1);
         // Only the statistics asked for, besides the stop and the matches.
@@ -172,7 +161,7 @@ TEST_F(Trace, TheProgramEndsBeforeTheCondition) {
     }
     EXPECT_EQ(lines[3].value("result").toString(), QStringLiteral("exit"));
     EXPECT_EQ(lines[3].value("msg").toString(), QStringLiteral("The program exited with code 0."));
-    EXPECT_TRUE(endsRun->err.contains("exited")) << endsRun->err.toStdString();
+    EXPECT_TRUE(run.err.contains("exited")) << run.err.toStdString();
 }
 
 TEST(TraceAlone, AStopThatCannotBeReadIsALineAndTheTraceGoesOn) {
