@@ -7,8 +7,9 @@
 // so that numpy's a[i, j] is the program's x(lo1 + i, lo2 + j) for a whole
 // array. A filter makes a one-dimensional result of the passing elements in
 // result order, as plots have them. Logicals and bools become numpy bools
-// (any non-zero value true); long double is refused, numpy having no type
-// for the x87 format that every reader shares.
+// (any non-zero value true), characters their codes (integers of their own
+// width and sign); long double is refused, numpy having no type for the x87
+// format that every reader shares.
 //
 // .csv: the table's plane (the table's default rows and columns, other
 // dimensions at their first index), one line per row; floating point in the
