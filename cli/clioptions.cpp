@@ -53,8 +53,10 @@ bool parseRange(const QString& text, qint64& from, qint64& to, QString& why) {
 
 QString usage() {
     return QStringLiteral(
-        "usage: arraylens-cli {info|stats|table|plot} --expr E [--slice S] [--filter F]\n"
-        "         [--format N] [--row-dim N --col-dim N] [--rows a:b --cols c:d]\n"
+        "usage: arraylens-cli {info|stats|table|plot|trace|export} --expr E [--slice S]\n"
+        "         [--filter F] [--format N] [--row-dim N --col-dim N] [--rows a:b --cols c:d]\n"
+        "         [--until CONDITION] [--stops N] [--stat NAMES] (trace)\n"
+        "         [--out FILE.npy|FILE.csv] (export)\n"
         "         [--break 'LOCATION [if CONDITION]']... [--ignore N]\n"
         "         [--attach PID | --core FILE | --remote HOST:PORT]\n"
         "         [--gdb PATH] [--timings] [-- program args]\n"
@@ -79,6 +81,10 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
         o.command = Command::Table;
     else if (command == QLatin1String("plot"))
         o.command = Command::Plot;
+    else if (command == QLatin1String("trace"))
+        o.command = Command::Trace;
+    else if (command == QLatin1String("export"))
+        o.command = Command::Export;
     else {
         error = QStringLiteral("Unknown command '%1'.").arg(command);
         return false;
@@ -141,6 +147,19 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
             o.remote = v;
             ok = v.contains(QLatin1Char(':'));
             ++targets;
+        } else if (a == QLatin1String("--until")) {
+            o.until = v;
+            ok = !v.trimmed().isEmpty();
+        } else if (a == QLatin1String("--stops")) {
+            ok = parseInt(v, o.stops) && o.stops > 0;
+        } else if (a == QLatin1String("--stat")) {
+            for (const QString& name : v.split(QLatin1Char(',')))
+                if (!name.trimmed().isEmpty())
+                    o.stats << name.trimmed();
+            ok = !o.stats.isEmpty();
+        } else if (a == QLatin1String("--out")) {
+            o.out = v;
+            ok = !v.isEmpty();
         } else if (a == QLatin1String("--gdb")) {
             o.gdb = v;
         } else {
@@ -155,6 +174,20 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
     }
     if (!haveExpr || o.expression.isEmpty()) {
         error = QStringLiteral("--expr is required.");
+        return false;
+    }
+    const bool tracing = o.command == Command::Trace;
+    if (!tracing && (!o.until.isEmpty() || o.stops > 0 || !o.stats.isEmpty())) {
+        error = QStringLiteral("--until, --stops and --stat go with trace.");
+        return false;
+    }
+    if ((o.command == Command::Export) != !o.out.isEmpty()) {
+        error = o.out.isEmpty() ? QStringLiteral("export needs --out FILE.npy or --out FILE.csv.")
+                                : QStringLiteral("--out goes with export.");
+        return false;
+    }
+    if (tracing && !o.core.isEmpty()) {
+        error = QStringLiteral("A core file does not run: trace does not go with --core.");
         return false;
     }
     if (targets > 1) {

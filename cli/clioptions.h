@@ -6,7 +6,7 @@
 
 namespace arraylens::cli {
 
-enum class Command { Info, Stats, Table, Plot };
+enum class Command { Info, Stats, Table, Plot, Trace, Export };
 
 struct Options {
     Command command = Command::Stats;
@@ -31,6 +31,13 @@ struct Options {
     QString remote;
     QString gdb = QStringLiteral("gdb");
     bool timings = false;
+    // trace: the statistics per line (empty: all), the condition that ends
+    // it, the most stops (0: no limit).
+    QStringList stats;
+    QString until;
+    int stops = 0;
+    // export: the file to write.
+    QString out;
     // The program and its arguments (after "--").
     QString program;
     QStringList programArgs;

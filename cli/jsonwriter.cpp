@@ -63,6 +63,7 @@ QByteArray doubleText(double d) {
 QByteArray valueToJson(const QVariant& value, const QByteArray& name) {
     switch (int(value.userType())) {
     case QMetaType::UnknownType:
+    case QMetaType::Nullptr:
         return "null";
     case QMetaType::Bool:
         return value.toBool() ? "true" : "false";

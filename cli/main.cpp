@@ -4,16 +4,20 @@
 // stopped thread, sends the one request and prints the answer as JSON.
 #include "clioptions.h"
 #include "jsonwriter.h"
+#include "tracecommand.h"
 
+#include "arrayexport.h"
 #include "gdbdebugger.h"
 #include "gdbsession.h"
 #include "runcontrol.h"
+#include "traceservice.h"
 
 #include "wire/arrayrecords.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFileInfo>
 #include <QTextStream>
 #include <QTimer>
 
@@ -133,7 +137,10 @@ HVDWPRequest buildRequest(const cli::Options& o, IHVExpression* e) {
                 bag->setProperty(name, QVariant(qlonglong(value)));
         return r;
     }
+    case cli::Command::Export:
+        return gdb::exportRequest(e, o.slice, o.filter, QFileInfo(o.out).absoluteFilePath());
     case cli::Command::Plot:
+    case cli::Command::Trace:
         break;
     }
     VisEvaluateExpressionRequest r;
@@ -142,6 +149,12 @@ HVDWPRequest buildRequest(const cli::Options& o, IHVExpression* e) {
 }
 
 int run(const cli::Options& o) {
+    QString usageError;
+    if (o.command == cli::Command::Trace &&
+        !gdb::TraceService::check(cli::traceSettings(o), &usageError)) {
+        std::fprintf(stderr, "arraylens-cli: %s\n", usageError.toLocal8Bit().constData());
+        return 2;
+    }
     Timings timings(o.timings);
     gdb::GdbSession::Options sessionOptions;
     sessionOptions.gdbPath = o.gdb;
@@ -233,6 +246,17 @@ int run(const cli::Options& o) {
         }
     }
     timings.stage("run to breakpoint");
+
+    if (o.command == cli::Command::Trace) {
+        const int status = cli::runTrace(debugger, o);
+        timings.stage("trace");
+        if (o.attachPid > 0)
+            command(session, QStringLiteral("-target-detach"), error);
+        session.kill();
+        timings.total();
+        return status;
+    }
+
 
     // Not evaluated first: the request resolves the expression itself, in the
     // innermost frame of the stopped thread, so it is evaluated once per run

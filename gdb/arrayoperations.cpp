@@ -1,5 +1,6 @@
 #include "arrayoperations.h"
 
+#include "arrayexport.h"
 #include "gdbmemoryreader.h"
 
 #include "arraylens/arraylens.h"
@@ -167,6 +168,9 @@ Fields statisticsFields(const RequestSnapshot& r, const ArrayFacts& facts, std::
     f.append({"NanCount", countVariant(s.nanCount)});
     f.append({"InfCount", countVariant(s.infCount)});
     f.append({"DenormCount", countVariant(s.denormCount)});
+    // Where the passing elements begin and end; the plug-in does not read them.
+    f.append({"FirstMatch", qs(s.firstMatchText)});
+    f.append({"LastMatch", qs(s.lastMatchText)});
     f.append({"StatValid", valid});
     f.append({"IsStale", false});
     f.append({"Array", r.expression});
@@ -291,6 +295,8 @@ RequestSnapshot RequestSnapshot::fromBag(const QObject* bag) {
         r.operation = Operation::Table;
     else if (r.id == QLatin1String("VisEvaluateExpressionRequest"))
         r.operation = Operation::Plot;
+    else if (r.id == QLatin1String(kExportRequestId))
+        r.operation = Operation::Export;
     r.expression = bag->property("Expression").toString();
     r.focus = bag->property("Focus").toString();
     r.scopeId = bag->property("ScopeID").toString();
@@ -311,6 +317,7 @@ RequestSnapshot RequestSnapshot::fromBag(const QObject* bag) {
     r.endRow = indexOr("TableEndRow");
     r.startCol = indexOr("TableStartCol");
     r.endCol = indexOr("TableEndCol");
+    r.outFile = bag->property("OutFile").toString();
     return r;
 }
 
@@ -426,6 +433,8 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
         return tableFields(request, facts, tileBytes, array, reader, cancel);
     case Operation::Plot:
         return plotFields(request, facts, tileBytes, array, reader, cancel);
+    case Operation::Export:
+        return exportFields(request, facts, tileBytes, array, reader, cancel);
     default:
         break;
     }

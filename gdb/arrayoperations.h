@@ -23,7 +23,7 @@ namespace arraylens::gdb {
 
 using Fields = QVector<QPair<QByteArray, QVariant>>;
 
-enum class Operation { Statistics, ArrayInfo, Table, Plot, Unknown };
+enum class Operation { Statistics, ArrayInfo, Table, Plot, Export, Unknown };
 
 // What a request asks, copied out of its bag on the GUI thread.
 struct RequestSnapshot {
@@ -43,6 +43,7 @@ struct RequestSnapshot {
     int dataFormat = 8;
     bool usingViewPort = false;
     qint64 startRow = -1, endRow = -1, startCol = -1, endCol = -1;
+    QString outFile; // an export's file
 
     static RequestSnapshot fromBag(const QObject* bag);
 };

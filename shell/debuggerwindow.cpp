@@ -4,7 +4,9 @@
 #include "gdbexpression.h"
 #include "gdbsession.h"
 #include "runcontrol.h"
+#include "shell/exportactions.h"
 #include "shell/locate.h"
+#include "shell/tracepanel.h"
 
 #include <QAction>
 #include <QApplication>
@@ -391,6 +393,9 @@ bool DebuggerWindow::start(QString* error) {
             &DebuggerWindow::handleDisplayAnswered);
     connect(debugger_.data(), &ObservedDebugger::eventArriving, this,
             &DebuggerWindow::takeFocusOfStop);
+
+    trace_ = new TracePanel(gdbDebugger_.data());
+    sideTabs_->addTab(trace_, QStringLiteral("Trace"));
 
     corePlugin_ = new CorePlugin(debugger_);
     core_->plugins.registerPlugin(corePlugin_);
@@ -957,12 +962,16 @@ void DebuggerWindow::buildPopup(const QString& viewId, const QString& expression
     connect(menu, &QObject::destroyed, [selection] { delete selection; });
     auto* watcher = new QFutureWatcher<IHVExpression*>(menu);
     QPointer<QMenu> guard(menu);
-    connect(watcher, &QFutureWatcherBase::finished, this, [this, guard, viewId, selection, ready] {
-        if (!guard)
-            return;
-        core_->commands.populatePopup(guard, QStringLiteral("popup:") + viewId, selection);
-        ready(guard);
-    });
+    connect(watcher, &QFutureWatcherBase::finished, this,
+            [this, guard, viewId, selection, ready, e] {
+                if (!guard)
+                    return;
+                core_->commands.populatePopup(guard, QStringLiteral("popup:") + viewId, selection);
+                if (viewId == QLatin1String(kDataViewId))
+                    addExportActions(guard, e, gdbDebugger_.data(), this,
+                                     [this](const QString& words) { setStatus(words); });
+                ready(guard);
+            });
     watcher->setFuture(e->evaluate(corePlugin_->getCurrentFrame()));
 }
 

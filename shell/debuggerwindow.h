@@ -58,6 +58,8 @@ private:
     QString id_;
 };
 
+class TracePanel;
+
 class DebuggerWindow : public QMainWindow {
     Q_OBJECT
 public:
@@ -73,6 +75,8 @@ public:
     ObservedDebugger* debugger() const { return debugger_.data(); }
     CorePlugin* corePlugin() const { return corePlugin_; }
     QTabWidget* viewTabs() const { return viewTabs_; }
+    // The Trace panel, beside the stack and threads; null before start().
+    TracePanel* tracePanel() const { return trace_; }
     QString statusText() const;
     // Sent when the target stopped and the window has asked for its stack,
     // threads and locals; `stops` counts the stops so far.
@@ -153,6 +157,7 @@ private:
     QAction* updateAction_ = nullptr;
     QHash<QString, QAction*> runActions_;
     QPointer<QMenu> popup_;
+    TracePanel* trace_ = nullptr;
 
     HostCore* core_ = nullptr;
     arraylens::gdb::GdbSession* session_ = nullptr;

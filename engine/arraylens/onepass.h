@@ -9,6 +9,7 @@
 
 #include "kernels.h"
 #include "keypass.h"
+#include "matchspan.h"
 #include "sample.h"
 
 #include <memory>
@@ -410,6 +411,9 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
     const std::uint64_t checksum = hash.digest();
     if (!s)
         return s;
+    const MatchSpan span = matchSpanOfVerdicts(verdicts.get(), positions);
+    out.firstMatch = span.first;
+    out.lastMatch = span.last;
 
     // Everything counted, in an order that does not depend on the threads.
     OnePassState<R>& all = *states[0];

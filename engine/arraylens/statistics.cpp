@@ -1,6 +1,7 @@
 #include "statistics.h"
 
 #include "kernels.h"
+#include "matchspan.h"
 #include "onepass.h"
 
 #include <algorithm>
@@ -223,6 +224,9 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     const std::uint64_t checksum = hash.digest();
     if (!s)
         return s;
+    const MatchSpan span = matchSpanOfVerdicts(verdicts.get(), positions);
+    out.firstMatch = span.first;
+    out.lastMatch = span.last;
 
     for (auto& st : states)
         st->spill();
@@ -278,6 +282,30 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
                                all.extremes.max, out);
 }
 
+// The first and last passing element. Without a filter they are the first
+// and last of the slice; with one, the first pass's verdicts tell, and only
+// a pass that kept none (beyond a billion positions) has them searched.
+Status placeMatches(const PassContext& ctx, Repr repr, const Slice& slice, Language form,
+                    Statistics& out) {
+    if (out.count == 0) {
+        out.firstMatch = out.lastMatch = -1;
+    } else if (ctx.filter.empty()) {
+        out.firstMatch = 0;
+        out.lastMatch = static_cast<std::int64_t>(ctx.plan.elementCount() - 1);
+    } else if (out.firstMatch < 0) {
+        MatchSpan span;
+        if (Status s = findMatchSpan(ctx.plan, ctx.reader, ctx.filter, repr, ctx.cancel, span); !s)
+            return s;
+        out.firstMatch = span.first;
+        out.lastMatch = span.last;
+    }
+    if (out.firstMatch >= 0) {
+        out.firstMatchText = positionText(slice, static_cast<std::uint64_t>(out.firstMatch), form);
+        out.lastMatchText = positionText(slice, static_cast<std::uint64_t>(out.lastMatch), form);
+    }
+    return Status::Ok();
+}
+
 } // namespace
 
 Result<Statistics> computeStatistics(const ArrayDescriptor& array, Reader& reader,
@@ -303,6 +331,8 @@ Result<Statistics> computeStatistics(const ArrayDescriptor& array, Reader& reade
         repr, [&](auto tag) { return statisticsOf<decltype(tag)::repr>(ctx, options, out); });
     if (!s)
         return s.error();
+    if (Status m = placeMatches(ctx, repr, *slice, array.language, out); !m)
+        return m.error();
     out.emptySlice = wholeArraySliceText(array);
     out.filter = filter->text();
     return out;

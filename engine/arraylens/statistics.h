@@ -59,6 +59,12 @@ struct Statistics {
     double median = 0, firstQuartile = 0, thirdQuartile = 0;
     Number lowerAdjValue = std::int64_t(0), upperAdjValue = std::int64_t(0);
 
+    // Result positions of the first and last passing element, and the same
+    // as array indices in the expression's form (`[12][40]`, `(3,-1)`); -1
+    // and the empty text when no element passes.
+    std::int64_t firstMatch = -1, lastMatch = -1;
+    std::string firstMatchText, lastMatchText;
+
     // Bit n set: statistic n is to be shown.
     std::uint16_t statValid = 0;
     bool valid(Stat s) const { return (statValid >> s) & 1u; }
