@@ -1,5 +1,9 @@
 #include "clioptions.h"
 
+#include "mpijob.h"
+
+#include <climits>
+
 namespace arraylens::cli {
 
 namespace {
@@ -26,7 +30,8 @@ QString usage() {
         "usage: arraylens-cli {info|stats|table|plot} --expr E [--slice S] [--filter F]\n"
         "         [--format N] [--row-dim N --col-dim N] [--rows a:b --cols c:d]\n"
         "         [--break LOCATION]... [--attach PID | --core FILE | --remote HOST:PORT]\n"
-        "         [--gdb PATH] [--timings] [-- program args]\n");
+        "         [--mpi N [--mpirun PATH] | --attach-mpi PID] [--ranks LIST]\n"
+        "         [--stop-timeout SECONDS] [--gdb PATH] [--timings] [-- program args]\n");
 }
 
 bool parseArguments(const QStringList& args, Options& o, QString& error) {
@@ -102,6 +107,25 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
             o.remote = v;
             ok = v.contains(QLatin1Char(':'));
             ++targets;
+        } else if (a == QLatin1String("--mpi")) {
+            ok = parseInt(v, o.mpiRanks) && o.mpiRanks >= 1;
+            ++targets;
+        } else if (a == QLatin1String("--mpirun")) {
+            o.mpirun = v;
+            ok = !v.isEmpty();
+        } else if (a == QLatin1String("--attach-mpi")) {
+            o.attachMpiPid = v.toLongLong(&ok);
+            ok = ok && o.attachMpiPid > 0;
+            ++targets;
+        } else if (a == QLatin1String("--ranks")) {
+            o.ranks = v;
+            QVector<int> ranks;
+            if (!arraylens::gdb::parseRankList(v, INT_MAX, ranks, error))
+                return false;
+        } else if (a == QLatin1String("--stop-timeout")) {
+            const double seconds = v.toDouble(&ok);
+            ok = ok && seconds > 0 && seconds <= 86400;
+            o.stopTimeoutMs = ok ? int(seconds * 1000) : o.stopTimeoutMs;
         } else if (a == QLatin1String("--gdb")) {
             o.gdb = v;
         } else {
@@ -118,10 +142,15 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
         return false;
     }
     if (targets > 1) {
-        error = QStringLiteral("--attach, --core and --remote exclude each other.");
+        error = QStringLiteral(
+            "--attach, --core, --remote, --mpi and --attach-mpi exclude each other.");
         return false;
     }
-    if (o.program.isEmpty() && o.attachPid == 0) {
+    if (!o.ranks.isEmpty() && o.mpiRanks == 0 && o.attachMpiPid == 0) {
+        error = QStringLiteral("--ranks needs --mpi or --attach-mpi.");
+        return false;
+    }
+    if (o.program.isEmpty() && o.attachPid == 0 && o.attachMpiPid == 0) {
         error = QStringLiteral("No program given (after --).");
         return false;
     }

@@ -4,6 +4,7 @@
 // stopped thread, sends the one request and prints the answer as JSON.
 #include "clioptions.h"
 #include "jsonwriter.h"
+#include "mpimain.h"
 
 #include "gdbdebugger.h"
 #include "gdbsession.h"
@@ -193,7 +194,7 @@ int run(const cli::Options& o) {
                     return s == gdb::GdbSession::TargetState::Stopped ||
                            s == gdb::GdbSession::TargetState::Exited || !session.isAlive();
                 },
-                kStopTimeoutMs))
+                o.stopTimeoutMs))
             return fail(QStringLiteral("The program did not reach a breakpoint in time."));
     }
     timings.stage("run to breakpoint");
@@ -241,5 +242,7 @@ int main(int argc, char** argv) {
                      cli::usage().toLocal8Bit().constData());
         return 2;
     }
+    if (options.mpiRanks > 0 || options.attachMpiPid > 0)
+        return cli::runMpi(options);
     return run(options);
 }

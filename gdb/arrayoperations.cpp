@@ -66,8 +66,10 @@ void addTableEcho(Fields& f, const RequestSnapshot& r, int dataType) {
     f.append({"DataType", dataType});
 }
 
+} // namespace
+
 Fields errorFields(const RequestSnapshot& r, const QString& msg, const QString& code,
-                   int dataType = 3) {
+                   int dataType) {
     Fields f;
     addTableEcho(f, r, dataType);
     f.append({"result", QStringLiteral("error")});
@@ -75,6 +77,8 @@ Fields errorFields(const RequestSnapshot& r, const QString& msg, const QString& 
     f.append({"code", code});
     return f;
 }
+
+namespace {
 
 QString boundsText(const DimBounds& d) {
     return QStringLiteral("%1:%2").arg(d.lower).arg(d.upper);
@@ -368,21 +372,34 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
     if (request.operation == Operation::ArrayInfo)
         return infoFields(request, facts, array);
 
-    std::unique_ptr<arraylens::Reader> reader;
+    std::unique_ptr<arraylens::Reader> reader = memoryReader(session);
+    return computeFields(request, facts, array, *reader, tileBytesFor(session), cancel);
+}
+
+std::unique_ptr<arraylens::Reader> memoryReader(GdbSession& session) {
     if (session.readsMemoryDirectly())
-        reader = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
-    else
-        reader = std::make_unique<GdbMemoryReader>(session);
+        return std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
+    return std::make_unique<GdbMemoryReader>(session);
+}
+
+std::size_t tileBytesFor(const GdbSession& session) {
     // Through gdb every read is one MI command: fewer, larger ones.
-    const std::size_t tileBytes =
-        session.readsMemoryDirectly() ? arraylens::kDefaultTileBytes : GdbMemoryReader::kChunkBytes;
+    return session.readsMemoryDirectly() ? arraylens::kDefaultTileBytes
+                                         : GdbMemoryReader::kChunkBytes;
+}
+
+Fields computeFields(const RequestSnapshot& request, const ArrayFacts& facts,
+                     const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
+                     std::size_t tileBytes, const std::atomic<bool>* cancel) {
     switch (request.operation) {
+    case Operation::ArrayInfo:
+        return infoFields(request, facts, array);
     case Operation::Statistics:
-        return statisticsFields(request, facts, tileBytes, array, *reader, cancel);
+        return statisticsFields(request, facts, tileBytes, array, reader, cancel);
     case Operation::Table:
-        return tableFields(request, facts, tileBytes, array, *reader, cancel);
+        return tableFields(request, facts, tileBytes, array, reader, cancel);
     case Operation::Plot:
-        return plotFields(request, facts, tileBytes, array, *reader, cancel);
+        return plotFields(request, facts, tileBytes, array, reader, cancel);
     default:
         break;
     }

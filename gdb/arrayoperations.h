@@ -7,6 +7,7 @@
 #include "gdbsession.h"
 
 #include "arraylens/plot.h"
+#include "arraylens/reader.h"
 
 #include <QByteArray>
 #include <QPair>
@@ -15,6 +16,8 @@
 #include <QVector>
 
 #include <atomic>
+#include <cstddef>
+#include <memory>
 
 class QObject;
 
@@ -56,5 +59,19 @@ Fields stoppedFields(const RequestSnapshot& request);
 Fields exitFields(const RequestSnapshot& request);
 Fields staleFields(const RequestSnapshot& request);
 Fields failureFields(const RequestSnapshot& request, const Failure& failure);
+// An "error" answer with its message and code.
+Fields errorFields(const RequestSnapshot& request, const QString& msg, const QString& code,
+                   int dataType = 3);
+
+// The engine's reader of the session's debuggee (the process itself when
+// it is local and live, gdb otherwise) and the tile size that suits it.
+std::unique_ptr<arraylens::Reader> memoryReader(GdbSession& session);
+std::size_t tileBytesFor(const GdbSession& session);
+
+// The answer to a request about an array already described: reads through
+// `reader` and computes with the engine (information reads nothing).
+Fields computeFields(const RequestSnapshot& request, const ArrayFacts& facts,
+                     const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
+                     std::size_t tileBytes, const std::atomic<bool>* cancel);
 
 } // namespace arraylens::gdb
