@@ -6,6 +6,8 @@
 #include "jsonwriter.h"
 #include "mpimain.h"
 
+#include "mpijob.h"
+
 #include "gdbdebugger.h"
 #include "gdbsession.h"
 
@@ -13,9 +15,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QTextStream>
-#include <QTimer>
 
 #include <cstdio>
 #include <memory>
@@ -54,24 +54,10 @@ int fail(const QString& message) {
     return 1;
 }
 
-// Sleeps in an event loop, looking every millisecond. processEvents with a
-// time limit does not wait for events, it spins, and a spinning main thread
-// takes a core from the engine's threads while they compute.
+// Sleeps in an event loop (a spinning main thread would take a core from
+// the engine's threads while they compute).
 template <class Pred> bool waitFor(Pred done, int timeoutMs) {
-    if (done())
-        return true;
-    QEventLoop loop;
-    QElapsedTimer clock;
-    clock.start();
-    QTimer check;
-    check.setInterval(1);
-    QObject::connect(&check, &QTimer::timeout, &loop, [&] {
-        if (done() || clock.elapsed() > timeoutMs)
-            loop.quit();
-    });
-    check.start();
-    loop.exec();
-    return done();
+    return gdb::waitWithEventLoop(done, timeoutMs);
 }
 
 // Runs an MI command and waits; false with `error` set when it fails.

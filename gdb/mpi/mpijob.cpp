@@ -62,7 +62,7 @@ bool waitWithEventLoop(const std::function<bool()>& done, int timeoutMs) {
     QElapsedTimer clock;
     clock.start();
     QTimer check;
-    check.setInterval(2);
+    check.setInterval(1);
     QObject::connect(&check, &QTimer::timeout, &loop, [&] {
         if (done() || clock.elapsed() > timeoutMs)
             loop.quit();

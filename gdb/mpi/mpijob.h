@@ -115,7 +115,9 @@ private:
 };
 
 // Keeps the calling thread's event loop turning until `done` holds or time
-// runs out (it sleeps between looks rather than spinning); gives done().
+// runs out, looking every millisecond; gives done(). processEvents with a
+// time limit does not wait for events, it spins, and a spinning thread
+// takes a core from the engine's threads while they compute.
 bool waitWithEventLoop(const std::function<bool()>& done, int timeoutMs);
 
 // "0-3,7" as rank numbers in order, each once. False with `error` when the

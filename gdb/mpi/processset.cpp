@@ -102,6 +102,17 @@ Fields performProcessSetRequest(const QVector<RankTarget>& ranks, const RequestS
         }
     }
 
+    // A rank that runs while we read mixes two states: such an answer is stale.
+    std::vector<quint64> generations;
+    for (const RankTarget& t : ranks)
+        generations.push_back(t.session->runGeneration());
+    auto ranMeanwhile = [&] {
+        for (int i = 0; i < ranks.size(); ++i)
+            if (ranks[i].session->runGeneration() != generations[std::size_t(i)])
+                return true;
+        return false;
+    };
+
     // Every rank's gdb answers on its own: resolve them side by side.
     std::vector<std::future<Resolved>> pending;
     for (const RankTarget& t : ranks)
@@ -138,9 +149,12 @@ Fields performProcessSetRequest(const QVector<RankTarget>& ranks, const RequestS
     }
     const ArrayFacts& facts = resolved.front().facts;
     // One rank chosen: that rank's own array, without a process dimension.
-    if (ranks.size() == 1)
-        return computeFields(request, facts, set.front().array, *readers.front(), tileBytes,
-                             cancel);
+    Fields answer;
+    if (ranks.size() == 1) {
+        answer =
+            computeFields(request, facts, set.front().array, *readers.front(), tileBytes, cancel);
+        return ranMeanwhile() ? staleFields(request) : answer;
+    }
 
     if (!sameType)
         return errorFields(request,
@@ -160,7 +174,8 @@ Fields performProcessSetRequest(const QVector<RankTarget>& ranks, const RequestS
     if (!space)
         return errorFields(request, QString::fromStdString(space.message()),
                            QStringLiteral("request"));
-    return computeFields(request, facts, space->array, *space->reader, tileBytes, cancel);
+    answer = computeFields(request, facts, space->array, *space->reader, tileBytes, cancel);
+    return ranMeanwhile() ? staleFields(request) : answer;
 }
 
 } // namespace arraylens::gdb
