@@ -109,22 +109,20 @@ TEST_F(OneRank, FourOperationsAgreeWithTheBand) {
     checkAll();
 }
 
-TEST_F(TwoRanks, FourOperationsOverTheProcessDimension) {
+// ctest runs every test in a process of its own, and each process starts
+// its own job: the checks of one job are one test.
+TEST_F(TwoRanks, FourOperationsOverTheProcessDimensionAndAFailureNamingTheRank) {
     checkAll();
-}
-
-TEST_F(TwoRanks, AnExpressionThatFailsNamesTheRank) {
     QVariantMap f = rig->request(Operation::Statistics, QStringLiteral("nosuchvar"));
     EXPECT_EQ(f.value("result").toString(), QStringLiteral("error"));
     EXPECT_TRUE(f.value("msg").toString().startsWith(QLatin1String("Rank 0: No symbol")))
         << f.value("msg").toString().toStdString();
 }
 
-TEST_F(FourRanks, FourOperationsOverTheProcessDimension) {
+TEST_F(FourRanks, FourOperationsOverTheProcessDimensionARankAndASubset) {
     checkAll();
-}
 
-TEST_F(FourRanks, TheTableOfRankTwoByItsSlice) {
+    // The table of rank 2 by its slice.
     QVariantMap table = rig->request(Operation::Table, kBand, QStringLiteral("[2][:][:]"));
     ASSERT_EQ(table.value("result").toString(), QStringLiteral("done"))
         << table.value("msg").toString().toStdString();
@@ -137,9 +135,7 @@ TEST_F(FourRanks, TheTableOfRankTwoByItsSlice) {
             cell.value("value").toString().toDouble(),
             two.values[std::size_t(cell.value("row").toInt() * 64 + cell.value("col").toInt())]);
     }
-}
 
-TEST_F(FourRanks, ASubsetOfRanksIsNumberedFromZero) {
     // Ranks 1 and 3: process index 1 is rank 3.
     QVariantMap f = rig->request(Operation::Plot, kBand, QStringLiteral("[1][:][:]"), {}, {1, 3});
     EXPECT_EQ(plotValues(f), readBand(rig->prefix, 3).values);
@@ -169,14 +165,12 @@ bool UnequalBands::launched = false;
 
 } // namespace
 
-TEST_F(UnequalBands, StatisticsAndPlotCoverAllRanksInRankOrder) {
+TEST_F(UnequalBands, StatisticsAndPlotCoverAllRanksWhileInformationAndTableNameThem) {
     const std::vector<double> all = rig->allValues();
     ASSERT_EQ(all.size(), std::size_t(50 * 64));
     expectStatistics(rig->request(Operation::Statistics, kBand), all);
     EXPECT_EQ(plotValues(rig->request(Operation::Plot, kBand)), all);
-}
 
-TEST_F(UnequalBands, InformationAndTableNameTheRanksThatDiffer) {
     for (Operation op : {Operation::ArrayInfo, Operation::Table}) {
         QVariantMap f = rig->request(op, kBand);
         EXPECT_EQ(f.value("result").toString(), QStringLiteral("error"));
