@@ -37,6 +37,13 @@ QString cString(const QString& value) {
     return out;
 }
 
+// gdb gives exit codes in octal ("03").
+QString exitCode(const std::string& code) {
+    bool ok = false;
+    const int value = QString::fromStdString(code).toInt(&ok, 8);
+    return ok ? QString::number(value) : QString::fromStdString(code);
+}
+
 // The parent pid of a process, from /proc; 0 when it is gone.
 qint64 parentOf(qint64 pid) {
     QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
@@ -190,9 +197,8 @@ bool MpiJob::startLauncher(int count, const QString& program, const QStringList&
                 launcherExit_ =
                     !signal.empty()
                         ? QStringLiteral("was killed by %1").arg(QString::fromStdString(signal))
-                    : !code.empty()
-                        ? QStringLiteral("exited with code %1").arg(QString::fromStdString(code))
-                        : QStringLiteral("exited");
+                    : !code.empty() ? QStringLiteral("exited with code %1").arg(exitCode(code))
+                                    : QStringLiteral("exited");
             }
         }
     });
@@ -370,15 +376,12 @@ void MpiJob::watch(Rank& rank) {
             r.exitText =
                 !signal.empty()
                     ? QStringLiteral("was killed by %1").arg(QString::fromStdString(signal))
-                : !code.empty()
-                    ? QStringLiteral("exited with code %1").arg(QString::fromStdString(code))
-                    : QStringLiteral("exited");
+                : !code.empty() ? QStringLiteral("exited with code %1").arg(exitCode(code))
+                                : QStringLiteral("exited");
         } else if (record.klass == "thread-group-exited" && r.exitText.isEmpty()) {
             const std::string code = record.results["exit-code"].asString();
-            r.exitText =
-                code.empty()
-                    ? QStringLiteral("exited")
-                    : QStringLiteral("exited with code %1").arg(QString::fromStdString(code));
+            r.exitText = code.empty() ? QStringLiteral("exited")
+                                      : QStringLiteral("exited with code %1").arg(exitCode(code));
         }
     });
 }
@@ -493,19 +496,22 @@ QString MpiJob::whereIs(Rank& r) {
     for (const auto& m : stack.members()) {
         const mi::Value& f = m.value;
         const QString func = QString::fromStdString(f["func"].asString());
-        if (innermost.isEmpty())
-            innermost = func.isEmpty() ? QString::fromStdString(f["addr"].asString()) : func;
+        // Frames without a name (code without symbols) say nothing.
+        if (innermost.isEmpty() && !func.isEmpty() && func != QLatin1String("??"))
+            innermost = func;
         // The first frame of the program's own sources (libraries may carry
         // line information of sources that are not on this machine).
         if (own.isEmpty() && f["file"] &&
             QFileInfo::exists(QString::fromStdString(f["fullname"].asString()))) {
             own = QStringLiteral("%1 at %2:%3")
-                      .arg(func, QString::fromStdString(f["file"].asString()),
+                      .arg(func, QFileInfo(QString::fromStdString(f["file"].asString())).fileName(),
                            QString::fromStdString(f["line"].asString()));
             if (&m == &stack.members().front())
                 return QStringLiteral("rank %1 is in %2").arg(r.rank).arg(own);
         }
     }
+    if (innermost.isEmpty())
+        innermost = QStringLiteral("code without symbols");
     if (own.isEmpty())
         return QStringLiteral("rank %1 is in %2").arg(r.rank).arg(innermost);
     return QStringLiteral("rank %1 is in %2, called from %3").arg(r.rank).arg(innermost, own);

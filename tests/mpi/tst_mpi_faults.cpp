@@ -5,6 +5,7 @@
 #include "mpirig.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 
 using namespace mpitest;
 
@@ -29,6 +30,10 @@ TEST(MpiFaults, ARankThatAbortsEndsTheWaitWithTheLaunchersWords) {
     EXPECT_TRUE(rig.error.contains(QLatin1String("MPI_ABORT was invoked on rank")))
         << rig.error.toStdString();
     EXPECT_TRUE(rig.error.contains(QLatin1String("with errorcode 3"))) << rig.error.toStdString();
+    // The rank that aborted leaves with its code, in decimal.
+    EXPECT_TRUE(
+        rig.error.contains(QRegularExpression(QStringLiteral("rank [23] exited with code 3[,.]"))))
+        << rig.error.toStdString();
     QString left;
     EXPECT_TRUE(rig.endAndCheckNothingLeft(&left)) << left.toStdString();
 }
