@@ -29,9 +29,19 @@ QString usage() {
     return QStringLiteral(
         "usage: arraylens-cli {info|stats|table|plot} --expr E [--slice S] [--filter F]\n"
         "         [--format N] [--row-dim N --col-dim N] [--rows a:b --cols c:d]\n"
-        "         [--break LOCATION]... [--attach PID | --core FILE | --remote HOST:PORT]\n"
+        "         [--break 'LOCATION [if CONDITION]']... [--ignore N]\n"
+        "         [--attach PID | --core FILE | --remote HOST:PORT]\n"
         "         [--mpi N [--mpirun PATH] | --attach-mpi PID] [--ranks LIST]\n"
-        "         [--stop-timeout SECONDS] [--gdb PATH] [--timings] [-- program args]\n");
+        "         [--stop-timeout SECONDS] [--gdb PATH] [--timings] [-- program args]\n"
+        "\n"
+        "  --break       stop at LOCATION (function or file:line; default main), only\n"
+        "                where CONDITION, an expression of the program's language, holds\n"
+        "  --ignore N    pass the first N hits of each breakpoint, stop at the next\n"
+        "  --mpi N       run the program under mpirun -np N, every rank under gdb; the\n"
+        "                array gains a process dimension 0:N-1 over the ranks of --ranks\n"
+        "  --attach-mpi  attach to the ranks of a running job by the pid of its mpirun\n"
+        "  --ranks LIST  the ranks to show, e.g. 0-3,7 (default all)\n"
+        "  --help        this text\n");
 }
 
 bool parseArguments(const QStringList& args, Options& o, QString& error) {
@@ -96,6 +106,8 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
             ok = parseRange(v, o.startCol, o.endCol);
         } else if (a == QLatin1String("--break")) {
             o.breaks << v;
+        } else if (a == QLatin1String("--ignore")) {
+            ok = parseInt(v, o.ignore) && o.ignore >= 0;
         } else if (a == QLatin1String("--attach")) {
             o.attachPid = v.toLongLong(&ok);
             ok = ok && o.attachPid > 0;

@@ -19,7 +19,10 @@ struct Options {
     // The table's viewport in table coordinates, inclusive.
     int startRow = 0, endRow = 39;
     int startCol = 0, endCol = 19;
+    // "LOCATION" or "LOCATION if CONDITION", as gdb's break takes them.
     QStringList breaks;
+    // Hits of each breakpoint to pass before stopping.
+    int ignore = 0;
     qint64 attachPid = 0;
     QString core;
     QString remote;

@@ -10,6 +10,7 @@
 
 #include "gdbdebugger.h"
 #include "gdbsession.h"
+#include "runcontrol.h"
 
 #include "wire/arrayrecords.h"
 
@@ -74,10 +75,6 @@ bool command(gdb::GdbSession& session, const QString& text, QString& error) {
     return true;
 }
 
-QString quoted(const QString& text) {
-    return QString::fromStdString(mi::quoteCString(text.toStdString()));
-}
-
 // -target-select hands its arguments to gdb's command line as they stand,
 // without taking quotes away: only plain words can pass.
 bool plainWord(const QString& text) {
@@ -133,16 +130,34 @@ int run(const cli::Options& o) {
         std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
     });
 
+    // The last stop, for the words when it is no breakpoint's.
+    mi::Record lastStop;
+    QObject::connect(&session, &gdb::GdbSession::asyncRecord, [&](const mi::Record& record) {
+        if (record.klass == "stopped")
+            lastStop = record;
+    });
+
     QString error;
     const bool started = o.attachPid == 0 && o.remote.isEmpty()
                              ? session.start(o.program, o.programArgs, &error)
                              : session.start(o.program, {}, &error);
     if (!started)
         return fail(error);
+    if (!o.program.isEmpty()) {
+        // gdb goes on without a program it cannot load; every later command
+        // would then fail for want of symbols.
+        auto groups = session.send(QStringLiteral("-list-thread-groups"));
+        if (!groups->waitProcessingEvents(kCommandTimeoutMs))
+            return fail(QStringLiteral("gdb did not answer '-list-thread-groups'."));
+        const QString missing = gdb::programNotFoundText(
+            o.program, groups->record().results["groups"], session.startupText());
+        if (!missing.isEmpty())
+            return fail(missing);
+    }
     timings.stage("start gdb");
 
     if (!o.core.isEmpty()) {
-        session.setTargetIsLocalProcess(false);
+        session.setCoreFile(o.core);
         if (!plainWord(o.core))
             return fail(QStringLiteral("The core file's path must not contain blanks or quotes."));
         if (!command(session, QStringLiteral("-target-select core ") + o.core, error))
@@ -166,10 +181,13 @@ int run(const cli::Options& o) {
         }
         const QStringList breaks =
             o.breaks.isEmpty() ? QStringList{QStringLiteral("main")} : o.breaks;
-        for (const QString& location : breaks)
-            if (!command(session, QStringLiteral("-break-insert ") + quoted(location), error))
-                return fail(
-                    QStringLiteral("Cannot set a breakpoint at %1: %2").arg(location, error));
+        for (const QString& text : breaks) {
+            gdb::BreakSpec spec;
+            gdb::parseBreakSpec(text, spec, nullptr);
+            if (!command(session, gdb::breakInsertCommand(spec, o.ignore), error))
+                return fail(QStringLiteral("Cannot set a breakpoint at %1: %2").arg(text, error));
+        }
+        lastStop = mi::Record();
         if (!command(session,
                      remote ? QStringLiteral("-exec-continue") : QStringLiteral("-exec-run"),
                      error))
@@ -182,6 +200,14 @@ int run(const cli::Options& o) {
                 },
                 o.stopTimeoutMs))
             return fail(QStringLiteral("The program did not reach a breakpoint in time."));
+        if (session.targetState() == gdb::GdbSession::TargetState::Stopped) {
+            auto stack = session.send(QStringLiteral("-stack-list-frames"));
+            stack->waitProcessingEvents(kCommandTimeoutMs);
+            const QString elsewhere =
+                gdb::unexpectedStopText(lastStop.results, stack->record().results["stack"]);
+            if (!elsewhere.isEmpty())
+                return fail(elsewhere);
+        }
     }
     timings.stage("run to breakpoint");
 
@@ -217,16 +243,35 @@ int run(const cli::Options& o) {
     return status;
 }
 
+// Bad usage: the reason and the usage on standard error, exit code 2.
+int usageError(const QString& error) {
+    std::fprintf(stderr, "arraylens-cli: %s\n%s", error.toLocal8Bit().constData(),
+                 cli::usage().toLocal8Bit().constData());
+    return 2;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    const QStringList args = app.arguments().mid(1);
+    // Asked for help anywhere before the program's own arguments.
+    for (const QString& a : args) {
+        if (a == QLatin1String("--"))
+            break;
+        if (a == QLatin1String("--help") || a == QLatin1String("-h")) {
+            std::fputs(cli::usage().toLocal8Bit().constData(), stdout);
+            return 0;
+        }
+    }
     cli::Options options;
     QString error;
-    if (!cli::parseArguments(app.arguments().mid(1), options, error)) {
-        std::fprintf(stderr, "arraylens-cli: %s\n%s", error.toLocal8Bit().constData(),
-                     cli::usage().toLocal8Bit().constData());
-        return 2;
+    if (!cli::parseArguments(args, options, error))
+        return usageError(error);
+    for (const QString& text : options.breaks) {
+        gdb::BreakSpec spec;
+        if (!gdb::parseBreakSpec(text, spec, &error))
+            return usageError(error);
     }
     if (options.mpiRanks > 0 || options.attachMpiPid > 0)
         return cli::runMpi(options);

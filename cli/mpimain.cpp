@@ -4,6 +4,7 @@
 
 #include "mpijob.h"
 #include "processset.h"
+#include "runcontrol.h"
 
 #include "wire/hvdwppacket.h"
 
@@ -122,11 +123,17 @@ int runMpi(const Options& o) {
         status = fail(error);
     } else {
         bool stopped = true;
-        for (const QString& location : o.breaks) {
-            if (!job.insertBreakpoint(
-                    QString::fromStdString(mi::quoteCString(location.toStdString())), error)) {
+        for (const QString& text : o.breaks) {
+            // "LOCATION if CONDITION" and --ignore, as on one process (the
+            // text was checked with the other options).
+            gdb::BreakSpec spec;
+            gdb::parseBreakSpec(text, spec, nullptr);
+            const QString command = gdb::breakInsertCommand(spec, o.ignore);
+            const QString prefix = QStringLiteral("-break-insert ");
+            if (!job.insertBreakpoint(command.mid(command.startsWith(prefix) ? prefix.size() : 0),
+                                      error)) {
                 stopped = false;
-                error = QStringLiteral("Cannot set a breakpoint at %1: %2").arg(location, error);
+                error = QStringLiteral("Cannot set a breakpoint at %1: %2").arg(text, error);
                 break;
             }
         }

@@ -5,6 +5,7 @@
 #include "arraylens/arraylens.h"
 
 #include <QBitArray>
+#include <QFile>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
@@ -339,6 +340,37 @@ Fields failureFields(const RequestSnapshot& request, const Failure& failure) {
     }
 }
 
+MemoryAccess::MemoryAccess(GdbSession& session) {
+    if (session.readsMemoryDirectly()) {
+        direct_ = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
+        return;
+    }
+    viaGdb_ = std::make_unique<GdbMemoryReader>(session);
+    const QString core = session.coreFile();
+    if (core.isEmpty())
+        return;
+    // A core gdb could open but this parser refuses is still read
+    // right, if slowly, through gdb.
+    auto opened =
+        arraylens::CoreFileReader::open(QFile::encodeName(core).toStdString(), viaGdb_.get());
+    if (opened)
+        direct_ = std::move(opened).value();
+}
+
+MemoryAccess::~MemoryAccess() {
+    // The core reader falls back on the gdb reader: it goes first.
+    direct_.reset();
+}
+
+arraylens::Reader& MemoryAccess::reader() {
+    return direct_ ? *direct_ : *viaGdb_;
+}
+
+std::size_t MemoryAccess::tileBytes() const {
+    // Through gdb every read is one MI command: fewer, larger ones.
+    return direct_ ? arraylens::kDefaultTileBytes : GdbMemoryReader::kChunkBytes;
+}
+
 Fields performRequest(GdbSession& session, const RequestSnapshot& request,
                       const std::atomic<bool>* cancel) {
     if (request.operation == Operation::Unknown)
@@ -372,20 +404,8 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
     if (request.operation == Operation::ArrayInfo)
         return infoFields(request, facts, array);
 
-    std::unique_ptr<arraylens::Reader> reader = memoryReader(session);
-    return computeFields(request, facts, array, *reader, tileBytesFor(session), cancel);
-}
-
-std::unique_ptr<arraylens::Reader> memoryReader(GdbSession& session) {
-    if (session.readsMemoryDirectly())
-        return std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
-    return std::make_unique<GdbMemoryReader>(session);
-}
-
-std::size_t tileBytesFor(const GdbSession& session) {
-    // Through gdb every read is one MI command: fewer, larger ones.
-    return session.readsMemoryDirectly() ? arraylens::kDefaultTileBytes
-                                         : GdbMemoryReader::kChunkBytes;
+    MemoryAccess memory(session);
+    return computeFields(request, facts, array, memory.reader(), memory.tileBytes(), cancel);
 }
 
 Fields computeFields(const RequestSnapshot& request, const ArrayFacts& facts,

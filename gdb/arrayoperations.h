@@ -63,10 +63,24 @@ Fields failureFields(const RequestSnapshot& request, const Failure& failure);
 Fields errorFields(const RequestSnapshot& request, const QString& msg, const QString& code,
                    int dataType = 3);
 
-// The engine's reader of the session's debuggee (the process itself when
-// it is local and live, gdb otherwise) and the tile size that suits it.
-std::unique_ptr<arraylens::Reader> memoryReader(GdbSession& session);
-std::size_t tileBytesFor(const GdbSession& session);
+class GdbMemoryReader;
+
+// The reader of the target's memory: the process itself when it is live and
+// local; a core's own file, with gdb for what the file leaves out; gdb for
+// everything otherwise. And the tile size that suits it.
+class MemoryAccess {
+public:
+    explicit MemoryAccess(GdbSession& session);
+    ~MemoryAccess();
+    MemoryAccess(const MemoryAccess&) = delete;
+    MemoryAccess& operator=(const MemoryAccess&) = delete;
+    arraylens::Reader& reader();
+    std::size_t tileBytes() const;
+
+private:
+    std::unique_ptr<GdbMemoryReader> viaGdb_; // outlives the core reader that falls back on it
+    std::unique_ptr<arraylens::Reader> direct_;
+};
 
 // The answer to a request about an array already described: reads through
 // `reader` and computes with the engine (information reads nothing).

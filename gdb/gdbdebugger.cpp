@@ -3,8 +3,14 @@
 #include "arrayoperations.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QThread>
 #include <QVariantList>
 #include <QVariantMap>
+
+#include <cerrno>
+#include <sys/uio.h>
 
 namespace arraylens::gdb {
 
@@ -31,6 +37,56 @@ QString recordId(const std::string& klass) {
 template <class F> void onGuiThread(F&& f) {
     QMetaObject::invokeMethod(QCoreApplication::instance(), std::forward<F>(f),
                               Qt::QueuedConnection);
+}
+
+// True when the process has ended or is ending: no longer there, a zombie
+// that its parent has not yet reaped, or on its way out with its memory
+// already given back (then a read of it fails with ESRCH, where a read of an
+// address it has not mapped fails with EFAULT).
+bool processGone(qint64 pid) {
+    char byte = 0;
+    iovec local{&byte, 1};
+    iovec remote{nullptr, 1};
+    if (::process_vm_readv(pid_t(pid), &local, 1, &remote, 1, 0) < 0 && errno == ESRCH)
+        return true;
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray text = stat.readAll();
+    // "PID (COMMAND) STATE ...": the command may hold blanks and parentheses.
+    const int close = text.lastIndexOf(')');
+    if (close < 0 || close + 2 >= text.size())
+        return true;
+    const char state = text.at(close + 2);
+    return state == 'Z' || state == 'X' || state == 'x';
+}
+
+// A read of a live local process failed because the process went away
+// under it. When gdb dies it takes the program it started along, and the
+// read may fail before the session has heard of gdb's end: the death of gdb
+// wins, whatever the read said. gdb kills its program on its way out, so
+// gdb is gone by the time the program's memory is; the short wait is for a
+// slow machine. A program killed by someone else leaves gdb running (gdb
+// hears of it only when it next resumes the program): then the read's own
+// words stand.
+Fields afterDebuggeeLost(const GdbSession& session, qint64 gdbPid, const RequestSnapshot& request,
+                         const Fields& readError) {
+    constexpr int kSettleMs = 200;
+    QElapsedTimer clock;
+    clock.start();
+    do {
+        if (!session.isAlive() || (gdbPid > 0 && processGone(gdbPid)))
+            return stoppedFields(request);
+        QThread::msleep(5);
+    } while (clock.elapsed() < kSettleMs);
+    return readError;
+}
+
+bool isError(const Fields& fields) {
+    for (const auto& field : fields)
+        if (field.first == "result")
+            return field.second.toString() == QLatin1String("error");
+    return false;
 }
 
 } // namespace
@@ -222,9 +278,13 @@ QFuture<QSharedPointer<QObject>> GdbDebugger::sendRequest(HVDWPRequest request) 
     // it dies is dropped with it, while the application still runs.
     GdbDebugger* self = this;
     auto cancel = cancel_;
-    pool_.start([self, session, snapshot, open, cancel] {
+    const qint64 gdbPid = session->gdbPid();
+    pool_.start([self, session, gdbPid, snapshot, open, cancel] {
         const quint64 generation = session->runGeneration();
+        const qint64 debuggee = session->readsMemoryDirectly() ? session->pid() : 0;
         Fields fields = performRequest(*session, snapshot, cancel.get());
+        if (debuggee > 0 && isError(fields) && processGone(debuggee))
+            fields = afterDebuggeeLost(*session, gdbPid, snapshot, fields);
         // The debuggee ran while we read: the numbers mix two states.
         if (session->runGeneration() != generation)
             fields = staleFields(snapshot);

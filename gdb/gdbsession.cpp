@@ -4,6 +4,7 @@
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFileInfo>
 #include <QSocketNotifier>
 #include <QThread>
 #include <QTimer>
@@ -273,6 +274,7 @@ void GdbSession::handleLine(const QByteArray& line) {
         mi::parseLine(std::string_view(line.constData(), size_t(line.size())));
     switch (record.kind) {
     case mi::RecordKind::Result: {
+        answered_ = true;
         if (inFlight_ && record.token && *record.token == inFlight_->token_) {
             MiReplyPtr reply = std::move(inFlight_);
             inFlight_.reset();
@@ -292,10 +294,14 @@ void GdbSession::handleLine(const QByteArray& line) {
     }
     case mi::RecordKind::ConsoleStream:
         consoleBuffer_ += QString::fromStdString(record.text);
+        if (!answered_)
+            startupText_ += QString::fromStdString(record.text);
         emit streamText(QString::fromStdString(record.text));
         break;
     case mi::RecordKind::LogStream:
     case mi::RecordKind::TargetStream:
+        if (!answered_)
+            startupText_ += QString::fromStdString(record.text);
         emit streamText(QString::fromStdString(record.text));
         break;
     case mi::RecordKind::ExecAsync:
@@ -371,6 +377,18 @@ void GdbSession::setTargetState(TargetState state) {
 QString GdbSession::stoppedThread() const {
     std::lock_guard<std::mutex> lock(stateMutex_);
     return stoppedThread_;
+}
+
+void GdbSession::setCoreFile(const QString& path) {
+    std::lock_guard<std::mutex> lock(stateMutex_);
+    // gdb runs in this process's working directory: the same file.
+    coreFile_ = path.isEmpty() ? QString() : QFileInfo(path).absoluteFilePath();
+    localProcess_ = false;
+}
+
+QString GdbSession::coreFile() const {
+    std::lock_guard<std::mutex> lock(stateMutex_);
+    return coreFile_;
 }
 
 bool GdbSession::readsMemoryDirectly() const {

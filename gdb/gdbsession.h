@@ -127,6 +127,12 @@ public:
     void markStopped() { setTargetState(TargetState::Stopped); }
     // Set by the owner when the target is a core file or a remote one.
     void setTargetIsLocalProcess(bool local) { localProcess_ = local; }
+    // Set by the owner before it opens a core (-target-select core PATH):
+    // memory is then read from the file itself, through gdb only what the
+    // file does not hold. Also marks the target as not a local process.
+    void setCoreFile(const QString& path);
+    // The core's absolute path; empty when the target is not a core.
+    QString coreFile() const;
     // Counter that moves on each time the debuggee runs: a request that saw
     // another value when it started is about data that has changed.
     quint64 runGeneration() const { return runGeneration_.load(); }
@@ -136,6 +142,9 @@ public:
     void setKillDebuggeeWithGdb(bool kill) { killDebuggee_ = kill; }
     // The pty the debuggee writes to (empty without one).
     QString inferiorTerminalPath() const { return ptyPath_; }
+    // What gdb said on its own before it answered the first command: why it
+    // could not load the program, for one. Read on the session's thread.
+    QString startupText() const { return startupText_; }
 
 signals:
     // Every asynchronous record (*stopped, =thread-group-exited, ...).
@@ -166,6 +175,8 @@ private:
     std::deque<MiReplyPtr> queue_;
     MiReplyPtr inFlight_;
     QString consoleBuffer_;
+    QString startupText_;
+    bool answered_ = false;
     std::atomic<quint64> nextToken_{1};
     std::atomic<bool> alive_{false};
     std::atomic<TargetState> targetState_{TargetState::None};
@@ -175,6 +186,7 @@ private:
     std::mutex transactionMutex_;
     QString stoppedThread_;
     bool localProcess_ = true;
+    QString coreFile_;
     bool killDebuggee_ = true;
     int ptyMaster_ = -1;
     QString ptyPath_;

@@ -164,6 +164,21 @@ QString typeFromWhatis(const QString& consoleText) {
     const int at = t.indexOf(QLatin1String("type = "));
     if (at >= 0)
         t = t.mid(at + 7);
+    // ptype spells out a structure over several lines, "struct pt {" first
+    // and "} [3]" last: its members shrink to "{...}", as whatis writes
+    // them, and the whole type stays one line.
+    const int open = t.indexOf(QLatin1Char('{'));
+    if (open >= 0 && t.indexOf(QLatin1Char('\n')) > open) {
+        int depth = 0;
+        for (int i = open; i < t.size(); ++i) {
+            if (t[i] == QLatin1Char('{')) {
+                ++depth;
+            } else if (t[i] == QLatin1Char('}') && --depth == 0) {
+                t = t.left(open) + QStringLiteral("{...}") + t.mid(i + 1);
+                break;
+            }
+        }
+    }
     const int nl = t.indexOf(QLatin1Char('\n'));
     if (nl >= 0)
         t = t.left(nl);

@@ -3,6 +3,7 @@
 #include "gdbdebugger.h"
 #include "gdbexpression.h"
 #include "gdbsession.h"
+#include "runcontrol.h"
 #include "shell/locate.h"
 
 #include <QAction>
@@ -388,6 +389,8 @@ bool DebuggerWindow::start(QString* error) {
     debugger_ = QSharedPointer<ObservedDebugger>(new ObservedDebugger(gdbDebugger_));
     connect(debugger_.data(), &ObservedDebugger::answered, this,
             &DebuggerWindow::handleDisplayAnswered);
+    connect(debugger_.data(), &ObservedDebugger::eventArriving, this,
+            &DebuggerWindow::takeFocusOfStop);
 
     corePlugin_ = new CorePlugin(debugger_);
     core_->plugins.registerPlugin(corePlugin_);
@@ -443,6 +446,18 @@ bool DebuggerWindow::startDebugger(QString* error) {
     pendingEvals_ = options_.evals;
     if (!session_->start(program, options_.programArgs, error))
         return false;
+    // gdb goes on without a program it cannot load: say so, rather than
+    // what the commands that need it answer.
+    if (!program.isEmpty())
+        session_->send(QStringLiteral("-list-thread-groups"), [this, program](const MiReply& r) {
+            const QString missing = arraylens::gdb::programNotFoundText(
+                program, r.record().results["groups"], session_->startupText());
+            if (missing.isEmpty())
+                return;
+            programMissing_ = true;
+            setStatus(missing);
+            appendConsole(missing + QLatin1Char('\n'));
+        });
     // The bundled example writes its own numbers for the tests to standard
     // output unless told of a file; the demo has no use for them.
     if (options_.bundledExample && options_.programArgs.isEmpty())
@@ -455,15 +470,21 @@ bool DebuggerWindow::startDebugger(QString* error) {
     setWindowTitle(
         QStringLiteral("Array Lens - %1")
             .arg(program.isEmpty() ? QStringLiteral("gdb") : QFileInfo(program).fileName()));
-    for (const QString& location : breaks)
+    for (const QString& location : breaks) {
+        // The options have refused a breakpoint without location or with an
+        // empty condition.
+        arraylens::gdb::BreakSpec spec;
+        arraylens::gdb::parseBreakSpec(location, spec, nullptr);
         session_->send(
-            QStringLiteral("-break-insert ") + location, [this, location](const MiReply& r) {
-                if (r.isError())
+            arraylens::gdb::breakInsertCommand(spec, options_.ignore),
+            [this, location](const MiReply& r) {
+                if (r.isError() && !programMissing_)
                     appendConsole(
                         QStringLiteral("Breakpoint at %1: %2\n").arg(location, r.errorMessage()));
             });
+    }
     auto reportFailure = [this](const MiReply& r) {
-        if (r.isError())
+        if (r.isError() && !programMissing_)
             setStatus(r.errorMessage());
     };
     // A core file, or a gdbserver that has just started its program, is
@@ -489,7 +510,7 @@ bool DebuggerWindow::startDebugger(QString* error) {
             *error = QStringLiteral("The core file's path must not contain blanks or quotes.");
             return false;
         }
-        session_->setTargetIsLocalProcess(false);
+        session_->setCoreFile(options_.coreFile);
         session_->send(QStringLiteral("-target-select core ") + options_.coreFile,
                        [reportFailure, stoppedOnConnect](const MiReply& r) {
                            reportFailure(r);
@@ -592,6 +613,21 @@ void DebuggerWindow::handleAsyncRecord(const arraylens::mi::Record& record) {
     }
 }
 
+void DebuggerWindow::takeFocusOfStop(const AsyncRecord& record) {
+    // The service tells its listeners of a stop before the window hears of
+    // it from the session: the focus must be the stop's by then, also on the
+    // first stop of a new run, after the exit of the last one cleared it.
+    if (!corePlugin_ || record.getID() != QLatin1String(NQ::Ids::STOPPED_RECORD))
+        return;
+    const QString thread = record.propertyBag->property("thread-id").toString();
+    if (thread.isEmpty())
+        return;
+    corePlugin_->currentThread =
+        QSharedPointer<IHVThread>(new ShellThread(thread), &QObject::deleteLater);
+    if (QSharedPointer<IHVFrame> frame = gdbDebugger_->currentFrame())
+        corePlugin_->currentFrame = frame;
+}
+
 void DebuggerWindow::handleStopped(const QVariantMap& fields) {
     lastStop_ = fields;
     const QString reason = fields.value(QStringLiteral("reason")).toString();
@@ -613,9 +649,13 @@ void DebuggerWindow::handleStopped(const QVariantMap& fields) {
     const QString file = frame.value(QStringLiteral("file")).toString();
     QString where = file.isEmpty() ? frame.value(QStringLiteral("addr")).toString()
                                    : QStringLiteral("%1:%2").arg(file).arg(line);
+    QString why = reason;
+    const QString signal = fields.value(QStringLiteral("signal-name")).toString();
+    if (!signal.isEmpty())
+        why += QLatin1Char(' ') + signal;
     setStatus(QStringLiteral("Stopped in %1 at %2, thread %3%4")
                   .arg(stopFunction_, where, thread,
-                       reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(reason)));
+                       why.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(why)));
     showSource(frame.value(QStringLiteral("fullname")).toString(), file, line);
     handleTargetState();
     refreshLists();

@@ -116,6 +116,7 @@ private:
     void handleAsyncRecord(const arraylens::mi::Record& record);
     void handleTargetState();
     void handleStopped(const QVariantMap& fields);
+    void takeFocusOfStop(const AsyncRecord& record);
     void refreshLists();
     void refreshStack();
     void refreshThreads();
@@ -168,6 +169,7 @@ private:
     QStringList pendingEvals_;
     bool evalInFlight_ = false;
     bool screenshotTaken_ = false;
+    bool programMissing_ = false;
     QVariantMap lastStop_;
 };
 

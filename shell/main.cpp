@@ -8,7 +8,24 @@
 #include <cstdio>
 #include <unistd.h>
 
+static int printUsage() {
+    std::fputs(qPrintable(shell::usageText()), stdout);
+    return 0;
+}
+
 int main(int argc, char** argv) {
+    // Help first: it needs no display, and the application object below
+    // cannot be made without one. (Qt's own options, such as -platform, are
+    // known only once that object has taken them out.)
+    {
+        QStringList arguments;
+        for (int i = 1; i < argc; ++i)
+            arguments << QString::fromLocal8Bit(argv[i]);
+        shell::Options early;
+        if (shell::parseOptions(arguments, early, nullptr) && early.help)
+            return printUsage();
+    }
+
     // The web engine (the plug-in's plots) will not start as root with its
     // sandbox on, and without a GPU it needs the software GL it would
     // otherwise refuse.
@@ -29,10 +46,8 @@ int main(int argc, char** argv) {
                      qPrintable(shell::usageText()));
         return 2;
     }
-    if (options.help) {
-        std::fputs(qPrintable(shell::usageText()), stdout);
-        return 0;
-    }
+    if (options.help)
+        return printUsage();
 
     shell::DebuggerWindow window(options);
     window.show();

@@ -8,7 +8,10 @@ namespace shell {
 
 ObservedDebugger::ObservedDebugger(QSharedPointer<IHVDebugger> inner, QObject* parent)
     : IHVDebugger(parent), inner_(std::move(inner)) {
-    connect(inner_.data(), &IHVDebugger::debuggerEvent, this, &IHVDebugger::debuggerEvent);
+    connect(inner_.data(), &IHVDebugger::debuggerEvent, this, [this](AsyncRecord record) {
+        emit eventArriving(record);
+        emit debuggerEvent(record);
+    });
 }
 
 QFuture<QSharedPointer<QObject>> ObservedDebugger::sendRequest(HVDWPRequest request) {

@@ -23,6 +23,10 @@ public:
     int requestCount() const { return requests_; }
 
 signals:
+    // A debugger event, before any plug-in hears it: the host sets its focus
+    // (current thread and frame) here, so that a plug-in that asks for it
+    // on a stop finds the stop's.
+    void eventArriving(AsyncRecord record);
     // After the requester's own watcher has handled the answer (the signal
     // is queued behind it).
     void answered(const QString& requestId, const QSharedPointer<QObject>& bag);

@@ -1,5 +1,7 @@
 #include "shell/options.h"
 
+#include "runcontrol.h"
+
 namespace shell {
 
 QString usageText() {
@@ -10,6 +12,10 @@ QString usageText() {
         "the bundled example stopped at its breakpoint.\n"
         "\n"
         "  --break LOCATION    stop at LOCATION (file:line or function); repeatable\n"
+        "  --break 'LOCATION if CONDITION'\n"
+        "                      stop there only where CONDITION (in the program's\n"
+        "                      language) holds\n"
+        "  --ignore N          pass the first N hits of each breakpoint given\n"
         "  --eval EXPR         show EXPR in Array Lens once the program stops; repeatable\n"
         "  --attach PID        attach to a running process\n"
         "  --core FILE         open a core file (of the program given)\n"
@@ -47,7 +53,17 @@ bool parseOptions(const QStringList& arguments, Options& options, QString* error
         } else if (a == QLatin1String("--break")) {
             if (!value(a, v))
                 return false;
+            arraylens::gdb::BreakSpec spec;
+            if (!arraylens::gdb::parseBreakSpec(v, spec, error))
+                return false;
             options.breaks << v;
+        } else if (a == QLatin1String("--ignore")) {
+            if (!value(a, v))
+                return false;
+            bool ok = false;
+            options.ignore = v.toInt(&ok);
+            if (!ok || options.ignore < 0)
+                return fail(QStringLiteral("--ignore needs a count of hits, not '%1'.").arg(v));
         } else if (a == QLatin1String("--eval")) {
             if (!value(a, v))
                 return false;

@@ -11,7 +11,10 @@ namespace shell {
 struct Options {
     QString program;
     QStringList programArgs;
+    // "LOCATION" or "LOCATION if CONDITION", as gdb's break takes them.
     QStringList breaks;
+    // Hits of each breakpoint given to pass before stopping.
+    int ignore = 0;
     QStringList evals;
     qint64 attachPid = 0;
     QString coreFile;

@@ -4,7 +4,8 @@
 // A caller describes the array with an ArrayDescriptor (element kind and
 // size, address of the first element, per dimension its bounds and byte
 // stride) and gives a Reader for the debuggee's memory (ProcessReader for a
-// live local process, BufferReader for memory of this process, or its own).
+// live local process, CoreFileReader for a core file, BufferReader for memory
+// of this process, or its own).
 // Then it calls one of four functions:
 //
 //   arrayInfo(array)                                  -> Result<ArrayInfo>
@@ -21,6 +22,7 @@
 // on different threads.
 #pragma once
 
+#include "corefile.h"
 #include "descriptor.h"
 #include "format.h"
 #include "info.h"

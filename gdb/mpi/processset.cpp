@@ -135,15 +135,15 @@ Fields performProcessSetRequest(const QVector<RankTarget>& ranks, const RequestS
         }
     }
 
-    std::vector<std::unique_ptr<arraylens::Reader>> readers;
+    std::vector<std::unique_ptr<MemoryAccess>> readers;
     std::vector<arraylens::RankArray> set;
     std::size_t tileBytes = arraylens::kDefaultTileBytes;
     bool sameShape = true, sameType = true;
     for (int i = 0; i < ranks.size(); ++i) {
-        readers.push_back(memoryReader(*ranks[i].session));
-        tileBytes = std::max(tileBytes, tileBytesFor(*ranks[i].session));
+        readers.push_back(std::make_unique<MemoryAccess>(*ranks[i].session));
+        tileBytes = std::max(tileBytes, readers.back()->tileBytes());
         const auto& array = resolved[std::size_t(i)].array;
-        set.push_back({ranks[i].rank, array, readers.back().get()});
+        set.push_back({ranks[i].rank, array, &readers.back()->reader()});
         sameShape = sameShape && arraylens::shapeDifference(set.front().array, array).empty();
         sameType = sameType && arraylens::sameElementType(set.front().array, array);
     }
@@ -151,8 +151,8 @@ Fields performProcessSetRequest(const QVector<RankTarget>& ranks, const RequestS
     // One rank chosen: that rank's own array, without a process dimension.
     Fields answer;
     if (ranks.size() == 1) {
-        answer =
-            computeFields(request, facts, set.front().array, *readers.front(), tileBytes, cancel);
+        answer = computeFields(request, facts, set.front().array, readers.front()->reader(),
+                               tileBytes, cancel);
         return ranMeanwhile() ? staleFields(request) : answer;
     }
 

@@ -319,3 +319,98 @@ TEST_F(CliRuns, ExitCodes) {
 }
 
 } // namespace
+
+// ------------------------------------------------- stops where the user asks
+
+namespace {
+
+QProcessEnvironment withoutDisplay() {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        env.remove(QString::fromLatin1(name));
+    return env;
+}
+
+} // namespace
+
+TEST(CliHelp, UsageOnStandardOutputWithoutADisplay) {
+    for (const QStringList& args : {QStringList{"--help"}, QStringList{"-h"},
+                                    QStringList{"stats", "--expr", "x", "--help"}}) {
+        QProcess p;
+        p.setProcessEnvironment(withoutDisplay());
+        p.start(QStringLiteral(ARRAYLENS_CLI), args);
+        ASSERT_TRUE(p.waitForFinished(30000));
+        EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(p.exitCode(), 0) << args.join(' ').toStdString();
+        const QByteArray out = p.readAllStandardOutput();
+        EXPECT_TRUE(out.startsWith("usage: arraylens-cli")) << out.toStdString();
+        EXPECT_TRUE(out.contains("--ignore N")) << out.toStdString();
+        EXPECT_TRUE(out.contains("[if CONDITION]")) << out.toStdString();
+        EXPECT_TRUE(p.readAllStandardError().isEmpty());
+    }
+}
+
+TEST(CliOptions, IgnoreCount) {
+    Options o;
+    QString error;
+    ASSERT_TRUE(parse(
+        {"stats", "--expr", "x", "--break", "f if n == 3", "--ignore", "9", "--", "p"}, o, error));
+    EXPECT_EQ(o.ignore, 9);
+    EXPECT_EQ(o.breaks, QStringList{"f if n == 3"});
+    Options bad;
+    EXPECT_FALSE(parse({"stats", "--expr", "x", "--ignore", "-1", "--", "p"}, bad, error));
+    EXPECT_FALSE(parse({"stats", "--expr", "x", "--ignore", "many", "--", "p"}, bad, error));
+}
+
+TEST_F(CliRuns, ConditionAndIgnoreCountStopAtTheRightHit) {
+    // The heat example passes its breakpoint at steps 20, 40, 60, ...
+    const QString heatProgram = QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_heat");
+    const QString at = breakAt("heat.heat");
+    const CliRun conditional = cli(
+        {"stats", "--expr", "plate", "--break", at + " if step == 60", "--", heatProgram, ref()});
+    ASSERT_EQ(conditional.exitCode, 0) << conditional.err.toStdString();
+    auto v = reference();
+    EXPECT_EQ(v.value("step"), QStringLiteral("60"));
+    EXPECT_DOUBLE_EQ(conditional.json.value("Sum").toDouble(), v.value("plate.sum").toDouble());
+    EXPECT_DOUBLE_EQ(conditional.json.value("Median").toDouble(),
+                     v.value("plate.median").toDouble());
+
+    const CliRun skipped =
+        cli({"stats", "--expr", "plate", "--break", at, "--ignore", "3", "--", heatProgram, ref()});
+    ASSERT_EQ(skipped.exitCode, 0) << skipped.err.toStdString();
+    v = reference();
+    EXPECT_EQ(v.value("step"), QStringLiteral("80"));
+    EXPECT_DOUBLE_EQ(skipped.json.value("Sum").toDouble(), v.value("plate.sum").toDouble());
+    EXPECT_DOUBLE_EQ(skipped.json.value("Max").toDouble(), v.value("plate.max").toDouble());
+
+    // An empty condition is refused before gdb starts.
+    const CliRun empty =
+        cli({"stats", "--expr", "plate", "--break", at + " if ", "--", heatProgram, ref()});
+    EXPECT_EQ(empty.exitCode, 2);
+    EXPECT_TRUE(empty.err.contains("The condition after 'if' in the breakpoint"))
+        << empty.err.toStdString();
+}
+
+TEST_F(CliRuns, AMissingProgramIsSaidToBeMissing) {
+    const CliRun r = cli({"stats", "--expr", "x", "--", "/no/such/dir/program"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
+    EXPECT_TRUE(r.err.contains("The program /no/such/dir/program was not found (No such file or "
+                               "directory)."))
+        << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains("symbol")) << r.err.toStdString();
+}
+
+TEST_F(CliRuns, AStopAtASignalIsNamedWithItsFunction) {
+    // Checkpoints every 10 sweeps raise SIGUSR1 long before the breakpoint.
+    const CliRun r =
+        cli({"stats", "--expr", "displacement", "--break", breakAt("membrane.membrane"), "--",
+             QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_membrane"), ref(), "10"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
+    EXPECT_TRUE(r.err.contains("The program stopped at SIGUSR1 (User defined signal 1) in "))
+        << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains("main (membrane.c:")) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains("before reaching a breakpoint.")) << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains("No symbol")) << r.err.toStdString();
+}

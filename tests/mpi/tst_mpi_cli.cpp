@@ -32,11 +32,12 @@ CliRun cli(const QStringList& args) {
     return r;
 }
 
-QStringList jobArgs(const QString& prefix, int ranks) {
+QStringList jobArgs(const QString& prefix, int ranks, const QString& condition = {}) {
+    const QString at = examples::breakLocation(QStringLiteral("mpi_heat.report"));
     return {QStringLiteral("--mpi"),
             QString::number(ranks),
             QStringLiteral("--break"),
-            examples::breakLocation(QStringLiteral("mpi_heat.report")),
+            condition.isEmpty() ? at : at + QStringLiteral(" if ") + condition,
             QStringLiteral("--expr"),
             QStringLiteral("u[1]@nloc"),
             QStringLiteral("--"),
@@ -68,19 +69,24 @@ TEST(MpiCli, StatisticsOfTwoRanksFromLaunchToAnswer) {
     EXPECT_EQ(m.captured(1).toLongLong(), e.checksum);
 }
 
-TEST(MpiCli, OneRankChosenWithRanks) {
+TEST(MpiCli, OneRankChosenWithRanksAtAConditionalBreakpoint) {
     QTemporaryDir dir;
     const QString prefix = dir.filePath(QStringLiteral("band"));
+    // The second report (step 100), not the first: the condition holds in
+    // every rank's gdb.
     const CliRun r =
         cli(QStringList{QStringLiteral("plot"), QStringLiteral("--ranks"), QStringLiteral("1")} +
-            jobArgs(prefix, 2));
+            jobArgs(prefix, 2, QStringLiteral("step == 100")));
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QFile band(prefix + QStringLiteral(".rank1"));
+    ASSERT_TRUE(band.open(QIODevice::ReadOnly));
+    EXPECT_EQ(band.readLine().trimmed(), QByteArray("step=100"));
     const QJsonObject json = QJsonDocument::fromJson(r.out).object();
-    const std::vector<double> band = readBand(prefix, 1).values;
+    const std::vector<double> values1 = readBand(prefix, 1).values;
     const auto values = json.value("AllEvaluations").toArray();
-    ASSERT_EQ(values.size(), int(band.size()));
+    ASSERT_EQ(values.size(), int(values1.size()));
     for (int i = 0; i < values.size(); ++i)
-        EXPECT_EQ(values[i].toDouble(), band[std::size_t(i)]) << i;
+        EXPECT_EQ(values[i].toDouble(), values1[std::size_t(i)]) << i;
     EXPECT_EQ(json.value("Rank").toInt(), 2);
 }
 

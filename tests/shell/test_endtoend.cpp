@@ -250,6 +250,81 @@ TEST(EndToEnd, ContinueThenUpdateShowsTheNewValues) {
     EXPECT_FALSE(update->isEnabled());
 }
 
+TEST(EndToEnd, ConditionalStopsAndTheFirstStopOfANewRun) {
+    ShellRig rig;
+    const QString at = shelltest::breakLocation("heat.heat");
+    // The heat example passes its breakpoint at steps 20, 40, 60, ...: the
+    // condition lets 40 and 60 through, the ignore count passes 40.
+    shell::Options o;
+    o.program = shelltest::exampleProgram("example_heat");
+    o.programArgs = QStringList{rig.referencePath};
+    o.breaks = QStringList{at + " if step > 30"};
+    o.ignore = 1;
+    ASSERT_TRUE(rig.start(o));
+    EXPECT_EQ(rig.ref.value("step"), "60");
+    ASSERT_TRUE(rig.window->typeIntoArrayLens("plate"));
+    ASSERT_TRUE(rig.waitForAnswer(kStats, 0));
+    rig.expectStatisticsOf("plate");
+    auto* update = rig.window->findChild<QAction*>("UpdateAction");
+    ASSERT_NE(update, nullptr);
+    EXPECT_FALSE(update->isEnabled());
+
+    // A conditional breakpoint typed into the console stops the program, and
+    // Array Lens follows as at any stop.
+    rig.window->consoleCommand("delete");
+    rig.window->consoleCommand("break " + at + " if step == 160");
+    rig.window->runControl("continue");
+    ASSERT_TRUE(rig.waitForStops(2));
+    EXPECT_EQ(rig.ref.value("step"), "160");
+    ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 10000));
+    int before = rig.answerCount(kStats);
+    update->trigger();
+    ASSERT_TRUE(rig.waitForAnswer(kStats, before));
+    rig.expectStatisticsOf("plate");
+    const QString sumAt160 = rig.statistics().value("Sum");
+    EXPECT_FALSE(update->isEnabled());
+
+    // On to the end, and Run again: the first stop of the new run offers
+    // Update, which shows that run's numbers in place of the last run's.
+    rig.window->consoleCommand("delete");
+    rig.window->runControl("continue");
+    ASSERT_TRUE(waitFor([&] {
+        return rig.window->session()->targetState() ==
+               arraylens::gdb::GdbSession::TargetState::Exited;
+    }));
+    EXPECT_FALSE(update->isEnabled());
+    rig.window->consoleCommand("break " + at);
+    rig.window->runControl("run");
+    ASSERT_TRUE(rig.waitForStops(3));
+    EXPECT_EQ(rig.ref.value("step"), "20");
+    ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 10000))
+        << "the first stop of the new run offers no Update";
+    EXPECT_EQ(rig.statistics().value("Sum"), sumAt160);
+    before = rig.answerCount(kStats);
+    update->trigger();
+    ASSERT_TRUE(rig.waitForAnswer(kStats, before));
+    rig.expectStatisticsOf("plate");
+    EXPECT_NE(rig.statistics().value("Sum"), sumAt160);
+}
+
+TEST(EndToEnd, AMissingProgramIsSaidToBeMissing) {
+    ShellRig rig;
+    shell::Options o;
+    o.program = QStringLiteral("/no/such/dir/program");
+    o.pluginPath = QStringLiteral(ARRAYLENS_MODULE_PATH);
+    rig.window = std::make_unique<shell::DebuggerWindow>(o);
+    rig.window->show();
+    QString error;
+    ASSERT_TRUE(rig.window->start(&error)) << qPrintable(error);
+    const QString words = "The program /no/such/dir/program was not found (No such file or "
+                          "directory).";
+    EXPECT_TRUE(waitFor([&] { return rig.window->statusText() == words; }, 10000))
+        << qPrintable(rig.window->statusText());
+    // The run that gdb then refuses does not put its own words over it.
+    waitFor([] { return false; }, 500);
+    EXPECT_EQ(rig.window->statusText(), words);
+}
+
 TEST(EndToEnd, HeapPointerCastInTheConfigurationDialog) {
     ShellRig rig;
     ASSERT_TRUE(rig.startAt("example_heat", "heat.heat"));

@@ -1,6 +1,8 @@
 // The application's command line.
 #include "shell/options.h"
 
+#include <QProcess>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -70,6 +72,38 @@ TEST(Options, BadUsageIsRefusedWithAReason) {
 TEST(Options, HelpIsNoError) {
     EXPECT_TRUE(parse({"--help"}).help);
     EXPECT_TRUE(shell::usageText().contains("--screenshot FILE"));
+}
+
+TEST(Options, ConditionsAndAnIgnoreCount) {
+    const shell::Options o =
+        parse({"--break", "heat.c:124 if step == 60", "--ignore", "2", "--", "prog"});
+    EXPECT_EQ(o.breaks, QStringList{"heat.c:124 if step == 60"});
+    EXPECT_EQ(o.ignore, 2);
+    EXPECT_EQ(parse({"prog"}).ignore, 0);
+    QString why;
+    parse({"--break", "heat.c:124 if ", "prog"}, false, &why);
+    EXPECT_EQ(why, "The condition after 'if' in the breakpoint 'heat.c:124 if' is empty.");
+    parse({"--ignore", "-3", "prog"}, false, &why);
+    EXPECT_EQ(why, "--ignore needs a count of hits, not '-3'.");
+    EXPECT_TRUE(shell::usageText().contains("--ignore N"));
+    EXPECT_TRUE(shell::usageText().contains("--break 'LOCATION if CONDITION'"));
+}
+
+// The application prints its usage and ends well, with no display to open
+// a window on.
+TEST(Options, HelpOfTheApplicationWithoutADisplay) {
+    for (const char* flag : {"--help", "-h"}) {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+            env.remove(QString::fromLatin1(name));
+        QProcess app;
+        app.setProcessEnvironment(env);
+        app.start(QStringLiteral(ARRAYLENS_APP), {QString::fromLatin1(flag)});
+        ASSERT_TRUE(app.waitForFinished(30000));
+        EXPECT_EQ(app.exitStatus(), QProcess::NormalExit) << flag;
+        EXPECT_EQ(app.exitCode(), 0) << flag << ": " << app.readAllStandardError().constData();
+        EXPECT_EQ(QString::fromLocal8Bit(app.readAllStandardOutput()), shell::usageText());
+    }
 }
 
 } // namespace
