@@ -1,6 +1,9 @@
 #include "clioptions.h"
 
 #include <QRegularExpression>
+#include "mpijob.h"
+
+#include <climits>
 
 namespace arraylens::cli {
 
@@ -59,11 +62,16 @@ QString usage() {
         "         [--out FILE.npy|FILE.csv] (export)\n"
         "         [--break 'LOCATION [if CONDITION]']... [--ignore N]\n"
         "         [--attach PID | --core FILE | --remote HOST:PORT]\n"
-        "         [--gdb PATH] [--timings] [-- program args]\n"
+        "         [--mpi N [--mpirun PATH] | --attach-mpi PID] [--ranks LIST]\n"
+        "         [--stop-timeout SECONDS] [--gdb PATH] [--timings] [-- program args]\n"
         "\n"
         "  --break       stop at LOCATION (function or file:line; default main), only\n"
         "                where CONDITION, an expression of the program's language, holds\n"
         "  --ignore N    pass the first N hits of each breakpoint, stop at the next\n"
+        "  --mpi N       run the program under mpirun -np N, every rank under gdb; the\n"
+        "                array gains a process dimension 0:N-1 over the ranks of --ranks\n"
+        "  --attach-mpi  attach to the ranks of a running job by the pid of its mpirun\n"
+        "  --ranks LIST  the ranks to show, e.g. 0-3,7 (default all)\n"
         "  --help        this text\n");
 }
 
@@ -160,6 +168,25 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
         } else if (a == QLatin1String("--out")) {
             o.out = v;
             ok = !v.isEmpty();
+        } else if (a == QLatin1String("--mpi")) {
+            ok = parseInt(v, o.mpiRanks) && o.mpiRanks >= 1;
+            ++targets;
+        } else if (a == QLatin1String("--mpirun")) {
+            o.mpirun = v;
+            ok = !v.isEmpty();
+        } else if (a == QLatin1String("--attach-mpi")) {
+            o.attachMpiPid = v.toLongLong(&ok);
+            ok = ok && o.attachMpiPid > 0;
+            ++targets;
+        } else if (a == QLatin1String("--ranks")) {
+            o.ranks = v;
+            QVector<int> ranks;
+            if (!arraylens::gdb::parseRankList(v, INT_MAX, ranks, error))
+                return false;
+        } else if (a == QLatin1String("--stop-timeout")) {
+            const double seconds = v.toDouble(&ok);
+            ok = ok && seconds > 0 && seconds <= 86400;
+            o.stopTimeoutMs = ok ? int(seconds * 1000) : o.stopTimeoutMs;
         } else if (a == QLatin1String("--gdb")) {
             o.gdb = v;
         } else {
@@ -191,10 +218,15 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
         return false;
     }
     if (targets > 1) {
-        error = QStringLiteral("--attach, --core and --remote exclude each other.");
+        error = QStringLiteral(
+            "--attach, --core, --remote, --mpi and --attach-mpi exclude each other.");
         return false;
     }
-    if (o.program.isEmpty() && o.attachPid == 0) {
+    if (!o.ranks.isEmpty() && o.mpiRanks == 0 && o.attachMpiPid == 0) {
+        error = QStringLiteral("--ranks needs --mpi or --attach-mpi.");
+        return false;
+    }
+    if (o.program.isEmpty() && o.attachPid == 0 && o.attachMpiPid == 0) {
         error = QStringLiteral("No program given (after --).");
         return false;
     }

@@ -38,6 +38,15 @@ struct Options {
     int stops = 0;
     // export: the file to write.
     QString out;
+    // An MPI job: ranks to launch through `mpirun`, or the pid of the
+    // `mpirun` of a running job; the ranks to show (empty: all).
+    int mpiRanks = 0;
+    QString mpirun = QStringLiteral("mpirun");
+    qint64 attachMpiPid = 0;
+    QString ranks;
+    // How long the program (every rank of a job) may take to reach its
+    // breakpoint.
+    int stopTimeoutMs = 600000;
     // The program and its arguments (after "--").
     QString program;
     QStringList programArgs;

@@ -5,6 +5,9 @@
 #include "clioptions.h"
 #include "jsonwriter.h"
 #include "tracecommand.h"
+#include "mpimain.h"
+
+#include "mpijob.h"
 
 #include "arrayexport.h"
 #include "gdbdebugger.h"
@@ -19,7 +22,6 @@
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QTextStream>
-#include <QTimer>
 
 #include <cstdio>
 #include <memory>
@@ -59,24 +61,10 @@ int fail(const QString& message) {
     return 1;
 }
 
-// Sleeps in an event loop, looking every millisecond. processEvents with a
-// time limit does not wait for events, it spins, and a spinning main thread
-// takes a core from the engine's threads while they compute.
+// Sleeps in an event loop (a spinning main thread would take a core from
+// the engine's threads while they compute).
 template <class Pred> bool waitFor(Pred done, int timeoutMs) {
-    if (done())
-        return true;
-    QEventLoop loop;
-    QElapsedTimer clock;
-    clock.start();
-    QTimer check;
-    check.setInterval(1);
-    QObject::connect(&check, &QTimer::timeout, &loop, [&] {
-        if (done() || clock.elapsed() > timeoutMs)
-            loop.quit();
-    });
-    check.start();
-    loop.exec();
-    return done();
+    return gdb::waitWithEventLoop(done, timeoutMs);
 }
 
 // Runs an MI command and waits; false with `error` set when it fails.
@@ -234,7 +222,7 @@ int run(const cli::Options& o) {
                     return s == gdb::GdbSession::TargetState::Stopped ||
                            s == gdb::GdbSession::TargetState::Exited || !session.isAlive();
                 },
-                kStopTimeoutMs))
+                o.stopTimeoutMs))
             return fail(QStringLiteral("The program did not reach a breakpoint in time."));
         if (session.targetState() == gdb::GdbSession::TargetState::Stopped) {
             auto stack = session.send(QStringLiteral("-stack-list-frames"));
@@ -320,5 +308,7 @@ int main(int argc, char** argv) {
         if (!gdb::parseBreakSpec(text, spec, &error))
             return usageError(error);
     }
+    if (options.mpiRanks > 0 || options.attachMpiPid > 0)
+        return cli::runMpi(options);
     return run(options);
 }

@@ -76,8 +76,10 @@ void addTableEcho(Fields& f, const RequestSnapshot& r, int dataType) {
     f.append({"DataType", dataType});
 }
 
+} // namespace
+
 Fields errorFields(const RequestSnapshot& r, const QString& msg, const QString& code,
-                   int dataType = 3) {
+                   int dataType) {
     Fields f;
     addTableEcho(f, r, dataType);
     f.append({"result", QStringLiteral("error")});
@@ -85,6 +87,8 @@ Fields errorFields(const RequestSnapshot& r, const QString& msg, const QString& 
     f.append({"code", code});
     return f;
 }
+
+namespace {
 
 QString boundsText(const DimBounds& d) {
     return QStringLiteral("%1:%2").arg(d.lower).arg(d.upper);
@@ -354,41 +358,36 @@ Fields failureFields(const RequestSnapshot& request, const Failure& failure) {
     }
 }
 
-namespace {
-
-// The reader of the target's memory: the process itself when it is live and
-// local; a core's own file, with gdb for what the file leaves out; gdb for
-// everything otherwise.
-class MemoryAccess {
-public:
-    explicit MemoryAccess(GdbSession& session) {
-        if (session.readsMemoryDirectly()) {
-            direct_ = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
-            return;
-        }
-        viaGdb_ = std::make_unique<GdbMemoryReader>(session);
-        const QString core = session.coreFile();
-        if (core.isEmpty())
-            return;
-        // A core gdb could open but this parser refuses is still read
-        // right, if slowly, through gdb.
-        auto opened =
-            arraylens::CoreFileReader::open(QFile::encodeName(core).toStdString(), viaGdb_.get());
-        if (opened)
-            direct_ = std::move(opened).value();
+MemoryAccess::MemoryAccess(GdbSession& session) {
+    if (session.readsMemoryDirectly()) {
+        direct_ = std::make_unique<arraylens::ProcessReader>(pid_t(session.pid()));
+        return;
     }
-    arraylens::Reader& reader() { return direct_ ? *direct_ : *viaGdb_; }
+    viaGdb_ = std::make_unique<GdbMemoryReader>(session);
+    const QString core = session.coreFile();
+    if (core.isEmpty())
+        return;
+    // A core gdb could open but this parser refuses is still read
+    // right, if slowly, through gdb.
+    auto opened =
+        arraylens::CoreFileReader::open(QFile::encodeName(core).toStdString(), viaGdb_.get());
+    if (opened)
+        direct_ = std::move(opened).value();
+}
+
+MemoryAccess::~MemoryAccess() {
+    // The core reader falls back on the gdb reader: it goes first.
+    direct_.reset();
+}
+
+arraylens::Reader& MemoryAccess::reader() {
+    return direct_ ? *direct_ : *viaGdb_;
+}
+
+std::size_t MemoryAccess::tileBytes() const {
     // Through gdb every read is one MI command: fewer, larger ones.
-    std::size_t tileBytes() const {
-        return direct_ ? arraylens::kDefaultTileBytes : GdbMemoryReader::kChunkBytes;
-    }
-
-private:
-    std::unique_ptr<GdbMemoryReader> viaGdb_; // outlives the core reader that falls back on it
-    std::unique_ptr<arraylens::Reader> direct_;
-};
-
-} // namespace
+    return direct_ ? arraylens::kDefaultTileBytes : GdbMemoryReader::kChunkBytes;
+}
 
 Fields performRequest(GdbSession& session, const RequestSnapshot& request,
                       const std::atomic<bool>* cancel) {
@@ -424,9 +423,15 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
         return infoFields(request, facts, array);
 
     MemoryAccess memory(session);
-    arraylens::Reader& reader = memory.reader();
-    const std::size_t tileBytes = memory.tileBytes();
+    return computeFields(request, facts, array, memory.reader(), memory.tileBytes(), cancel);
+}
+
+Fields computeFields(const RequestSnapshot& request, const ArrayFacts& facts,
+                     const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
+                     std::size_t tileBytes, const std::atomic<bool>* cancel) {
     switch (request.operation) {
+    case Operation::ArrayInfo:
+        return infoFields(request, facts, array);
     case Operation::Statistics:
         return statisticsFields(request, facts, tileBytes, array, reader, cancel);
     case Operation::Table:

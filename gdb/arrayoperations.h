@@ -8,6 +8,7 @@
 
 #include "arraylens/plot.h"
 #include "arraylens/table.h"
+#include "arraylens/reader.h"
 
 #include <QByteArray>
 #include <QPair>
@@ -16,6 +17,8 @@
 #include <QVector>
 
 #include <atomic>
+#include <cstddef>
+#include <memory>
 
 class QObject;
 
@@ -67,5 +70,33 @@ Fields stoppedFields(const RequestSnapshot& request);
 Fields exitFields(const RequestSnapshot& request);
 Fields staleFields(const RequestSnapshot& request);
 Fields failureFields(const RequestSnapshot& request, const Failure& failure);
+// An "error" answer with its message and code.
+Fields errorFields(const RequestSnapshot& request, const QString& msg, const QString& code,
+                   int dataType = 3);
+
+class GdbMemoryReader;
+
+// The reader of the target's memory: the process itself when it is live and
+// local; a core's own file, with gdb for what the file leaves out; gdb for
+// everything otherwise. And the tile size that suits it.
+class MemoryAccess {
+public:
+    explicit MemoryAccess(GdbSession& session);
+    ~MemoryAccess();
+    MemoryAccess(const MemoryAccess&) = delete;
+    MemoryAccess& operator=(const MemoryAccess&) = delete;
+    arraylens::Reader& reader();
+    std::size_t tileBytes() const;
+
+private:
+    std::unique_ptr<GdbMemoryReader> viaGdb_; // outlives the core reader that falls back on it
+    std::unique_ptr<arraylens::Reader> direct_;
+};
+
+// The answer to a request about an array already described: reads through
+// `reader` and computes with the engine (information reads nothing).
+Fields computeFields(const RequestSnapshot& request, const ArrayFacts& facts,
+                     const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
+                     std::size_t tileBytes, const std::atomic<bool>* cancel);
 
 } // namespace arraylens::gdb

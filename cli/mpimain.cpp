@@ -1,0 +1,148 @@
+#include "mpimain.h"
+
+#include "jsonwriter.h"
+
+#include "mpijob.h"
+#include "processset.h"
+#include "runcontrol.h"
+
+#include "wire/hvdwppacket.h"
+
+#include <QCoreApplication>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+namespace arraylens::cli {
+
+namespace {
+
+constexpr int kCommandTimeoutMs = 120000;
+constexpr int kAnswerTimeoutMs = 600000;
+
+int fail(const QString& message) {
+    std::fprintf(stderr, "arraylens-cli: %s\n", message.toLocal8Bit().constData());
+    return 1;
+}
+
+gdb::RequestSnapshot snapshotOf(const Options& o) {
+    gdb::RequestSnapshot r;
+    switch (o.command) {
+    case Command::Info:
+        r.operation = gdb::Operation::ArrayInfo;
+        r.id = QStringLiteral("ArrayInfoRequest");
+        break;
+    case Command::Stats:
+        r.operation = gdb::Operation::Statistics;
+        r.id = QStringLiteral("ArrayStatisticsRequest");
+        break;
+    case Command::Table:
+        r.operation = gdb::Operation::Table;
+        r.id = QStringLiteral("ArrayData2DTableRequest");
+        break;
+    case Command::Plot:
+        r.operation = gdb::Operation::Plot;
+        r.id = QStringLiteral("VisEvaluateExpressionRequest");
+        break;
+    }
+    r.expression = o.expression;
+    r.slice = o.slice;
+    r.filter = o.filter;
+    r.rowDim = o.rowDim;
+    r.colDim = o.colDim;
+    r.dataFormat = o.format;
+    r.usingViewPort = o.command == Command::Table;
+    r.startRow = o.startRow;
+    r.endRow = o.endRow;
+    r.startCol = o.startCol;
+    r.endCol = o.endCol;
+    return r;
+}
+
+int answer(gdb::MpiJob& job, const Options& o) {
+    QVector<int> chosen;
+    QString error;
+    const QString list = o.ranks.isEmpty() ? QStringLiteral("0-%1").arg(job.size() - 1) : o.ranks;
+    if (!gdb::parseRankList(list, job.size(), chosen, error))
+        return fail(error);
+    QVector<gdb::RankTarget> set;
+    for (int r : chosen)
+        set.push_back({r, job.session(r)});
+
+    // The request waits for gdb's answers, which this thread reads.
+    gdb::Fields fields;
+    std::atomic<bool> done{false}, cancel{false};
+    std::thread worker([&] {
+        fields = gdb::performProcessSetRequest(set, snapshotOf(o), &cancel);
+        done = true;
+    });
+    gdb::waitWithEventLoop([&] { return done.load(); }, kAnswerTimeoutMs);
+    if (!done) {
+        cancel = true;
+        gdb::waitWithEventLoop([&] { return done.load(); }, kCommandTimeoutMs);
+    }
+    worker.join();
+
+    QSharedPointer<QObject> bag = HVDWPPacket::makeBag();
+    for (const auto& field : fields)
+        bag->setProperty(field.first.constData(), field.second);
+    const QByteArray json = bagToJson(bag.data());
+    std::fwrite(json.constData(), 1, size_t(json.size()), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+    const QString result = bag->property("result").toString();
+    if (result == QLatin1String("error"))
+        return fail(bag->property("msg").toString());
+    if (result == QLatin1String("exit"))
+        return fail(QStringLiteral("The program is not running (it has exited)."));
+    return 0;
+}
+
+} // namespace
+
+int runMpi(const Options& o) {
+    if (o.mpiRanks > 0 && o.breaks.isEmpty())
+        return fail(QStringLiteral("--mpi needs --break LOCATION: the debugger reaches the "
+                                   "ranks inside MPI_Init, past the start of main."));
+    gdb::MpiJob::Options jobOptions;
+    jobOptions.gdbPath = o.gdb;
+    jobOptions.mpirun = o.mpirun;
+    jobOptions.commandTimeoutMs = kCommandTimeoutMs;
+    gdb::MpiJob job(jobOptions);
+    // The ranks' own output goes to standard error, so that standard output
+    // holds the JSON alone.
+    QObject::connect(&job, &gdb::MpiJob::launcherOutputArrived, [](const QByteArray& bytes) {
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
+    });
+    QString error;
+    const bool ready = o.attachMpiPid > 0 ? job.attach(o.attachMpiPid, error)
+                                          : job.launch(o.mpiRanks, o.program, o.programArgs, error);
+    int status = 0;
+    if (!ready) {
+        status = fail(error);
+    } else {
+        bool stopped = true;
+        for (const QString& text : o.breaks) {
+            // "LOCATION if CONDITION" and --ignore, as on one process (the
+            // text was checked with the other options).
+            gdb::BreakSpec spec;
+            gdb::parseBreakSpec(text, spec, nullptr);
+            const QString command = gdb::breakInsertCommand(spec, o.ignore);
+            const QString prefix = QStringLiteral("-break-insert ");
+            if (!job.insertBreakpoint(command.mid(command.startsWith(prefix) ? prefix.size() : 0),
+                                      error)) {
+                stopped = false;
+                error = QStringLiteral("Cannot set a breakpoint at %1: %2").arg(text, error);
+                break;
+            }
+        }
+        if (stopped && (o.attachMpiPid == 0 || !o.breaks.isEmpty()))
+            stopped = job.continueAll(o.stopTimeoutMs, error);
+        status = stopped ? answer(job, o) : fail(error);
+    }
+    job.end();
+    return status;
+}
+
+} // namespace arraylens::cli
