@@ -1,7 +1,7 @@
 #include "clioptions.h"
 
-#include <QRegularExpression>
 #include "mpijob.h"
+#include <QRegularExpression>
 
 #include <climits>
 
@@ -224,6 +224,12 @@ bool parseArguments(const QStringList& args, Options& o, QString& error) {
     }
     if (!o.ranks.isEmpty() && o.mpiRanks == 0 && o.attachMpiPid == 0) {
         error = QStringLiteral("--ranks needs --mpi or --attach-mpi.");
+        return false;
+    }
+    if ((o.mpiRanks > 0 || o.attachMpiPid > 0) &&
+        (o.command == Command::Trace || o.command == Command::Export)) {
+        error = QStringLiteral("trace and export work on one process: they do not take --mpi or "
+                               "--attach-mpi.");
         return false;
     }
     if (o.program.isEmpty() && o.attachPid == 0 && o.attachMpiPid == 0) {

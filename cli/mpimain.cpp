@@ -45,6 +45,10 @@ gdb::RequestSnapshot snapshotOf(const Options& o) {
         r.operation = gdb::Operation::Plot;
         r.id = QStringLiteral("VisEvaluateExpressionRequest");
         break;
+    case Command::Trace:
+    case Command::Export:
+        // Refused with --mpi when the options are read.
+        break;
     }
     r.expression = o.expression;
     r.slice = o.slice;
