@@ -4,8 +4,8 @@
 // stopped thread, sends the one request and prints the answer as JSON.
 #include "clioptions.h"
 #include "jsonwriter.h"
-#include "tracecommand.h"
 #include "mpimain.h"
+#include "tracecommand.h"
 
 #include "mpijob.h"
 
@@ -244,7 +244,6 @@ int run(const cli::Options& o) {
         timings.total();
         return status;
     }
-
 
     // Not evaluated first: the request resolves the expression itself, in the
     // innermost frame of the stopped thread, so it is evaluated once per run

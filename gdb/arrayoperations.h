@@ -7,8 +7,8 @@
 #include "gdbsession.h"
 
 #include "arraylens/plot.h"
-#include "arraylens/table.h"
 #include "arraylens/reader.h"
+#include "arraylens/table.h"
 
 #include <QByteArray>
 #include <QPair>

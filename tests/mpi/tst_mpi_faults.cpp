@@ -79,6 +79,9 @@ TEST(MpiFaults, AnAttachedJobIsLeftRunning) {
     env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT"), QStringLiteral("1"));
     env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM"), QStringLiteral("1"));
     env.insert(QStringLiteral("OMPI_MCA_rmaps_base_oversubscribe"), QStringLiteral("1"));
+    // Ranks that wait for a message give their core away instead of
+    // spinning on it, so that the gdbs attached to them get to run.
+    env.insert(QStringLiteral("OMPI_MCA_mpi_yield_when_idle"), QStringLiteral("1"));
     mpirun.setProcessEnvironment(env);
     mpirun.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     // Long enough to outlast the test; it reports every 200 steps.
