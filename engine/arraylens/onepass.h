@@ -338,7 +338,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             if (nf == 0)
                 return;
             const kernels::FiniteMoments fm = ops.moments(values, nf);
-            sums->addBlock(static_cast<double>(nf), fm.sum, fm.m2);
+            sums->addBlock(values, nf, fm.sum, fm.m2);
             st.extremes.add(fm.min, fm.max);
             st.finite += nf;
             ops.scan(values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
@@ -454,9 +454,7 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
         return Status::Ok();
     out.statValid |= 0x1ff8;
     if constexpr (T::isFloat) {
-        out.sum = merged.sum.value();
-        out.mean = merged.sum.value() / static_cast<double>(n);
-        out.stdDev = std::sqrt(merged.moments.m2 / merged.moments.n);
+        merged.set(n, out);
     } else {
         setIntegerMoments<R>(all.exact, out);
     }

@@ -106,7 +106,82 @@ template <class F> struct BasicTileSums {
         moments.merge(t.moments.n, t.moments.mean, t.moments.m2);
     }
 };
-using TileSums = BasicTileSums<double>;
+
+// Sums and moments of doubles (and floats): in double, block by block, as
+// long as nothing overflows. A block whose sum or squared deviations would
+// leave double's range (values near 1e154 and beyond) is taken in long
+// double instead, where no sum or square of doubles can overflow, and so is
+// every merge that would overflow; the two parts meet in long double at the
+// end. Ordinary data never leaves the double road, so its bits do not change.
+struct TileSums {
+    BasicTileSums<double> fast;
+    BasicTileSums<long double> wide;
+
+    static bool finite(const BasicTileSums<double>& t) {
+        return std::isfinite(t.sum.sum) && std::isfinite(t.sum.c) &&
+               std::isfinite(t.moments.mean) && std::isfinite(t.moments.m2);
+    }
+    static BasicTileSums<long double> widened(const BasicTileSums<double>& t) {
+        BasicTileSums<long double> w;
+        w.sum.sum = t.sum.sum;
+        w.sum.c = t.sum.c;
+        w.moments.n = t.moments.n;
+        w.moments.mean = t.moments.mean;
+        w.moments.m2 = t.moments.m2;
+        return w;
+    }
+    bool widenedAny() const { return wide.moments.n != 0; }
+
+    // `blockSum` and `m2` are the double kernel's results over v[0..n).
+    void addBlock(const double* v, std::size_t n, double blockSum, double m2) {
+        if (std::isfinite(blockSum) && std::isfinite(m2)) {
+            BasicTileSums<double> next = fast;
+            next.addBlock(static_cast<double>(n), blockSum, m2);
+            if (finite(next)) {
+                fast = next;
+                return;
+            }
+        }
+        long double sum = 0;
+        for (std::size_t i = 0; i < n; ++i)
+            sum += v[i];
+        const long double count = static_cast<long double>(n);
+        const long double mean = sum / count;
+        long double squares = 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            const long double d = v[i] - mean;
+            squares += d * d;
+        }
+        wide.addBlock(count, sum, squares);
+    }
+    void merge(const TileSums& t) {
+        BasicTileSums<double> next = fast;
+        next.merge(t.fast);
+        if (finite(next))
+            fast = next;
+        else
+            wide.merge(widened(t.fast));
+        wide.merge(t.wide);
+    }
+
+    // Sum, Mean and StdDev over `count` finite values: each the double
+    // nearest the result, an infinity only where that is beyond double.
+    void set(std::uint64_t count, Statistics& out) const {
+        if (!widenedAny()) {
+            const double sum = fast.sum.value();
+            out.sum = sum;
+            out.mean = sum / static_cast<double>(count);
+            out.stdDev = std::sqrt(fast.moments.m2 / fast.moments.n);
+            return;
+        }
+        BasicTileSums<long double> all = widened(fast);
+        all.merge(wide);
+        const long double sum = all.sum.value();
+        out.sum = static_cast<double>(sum);
+        out.mean = static_cast<double>(sum / static_cast<long double>(count));
+        out.stdDev = static_cast<double>(std::sqrt(all.moments.m2 / all.moments.n));
+    }
+};
 
 // Long double sums and moments twice over: of the values as they are, and
 // of the values times 2^-kScale, which no sum or square of values up to

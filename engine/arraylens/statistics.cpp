@@ -107,7 +107,7 @@ template <Repr R> struct alignas(64) FirstPassState {
                 tile->addBlock(block, n);
             } else {
                 const kernels::FiniteMoments fm = kernels::ops().moments(block, n);
-                tile->addBlock(static_cast<double>(n), fm.sum, fm.m2);
+                tile->addBlock(block, n, fm.sum, fm.m2);
             }
             extremes.add(lo, hi);
         } else {
@@ -267,9 +267,7 @@ Status statisticsOf(const PassContext& ctx, const StatisticsOptions& options, St
     if constexpr (R == Repr::F80) {
         setExtendedMoments(sums, n, out);
     } else if constexpr (T::isFloat) {
-        out.sum = sums.sum.value();
-        out.mean = sums.sum.value() / static_cast<double>(n);
-        out.stdDev = std::sqrt(sums.moments.m2 / sums.moments.n);
+        sums.set(n, out);
     } else {
         setIntegerMoments<R>(all.exact, out);
     }

@@ -447,4 +447,70 @@ TEST(LongDoubleStatistics, DifferencesBelowDoublePrecisionCount) {
     EXPECT_EQ(s.mean, 1.0);
 }
 
+// Doubles whose squares, or whose sum, lie beyond double's range: the
+// deviation and the mean are still within it and must come out as numbers,
+// on both roads and however the blocks fall to the threads.
+TEST(HugeDoubleStatistics, DeviationOfHugeValuesIsFinite) {
+    // 1e200, 2e200, 3e200: mean 2e200, deviation sqrt(2/3) * 1e200.
+    const std::vector<double> three = {1e200, 2e200, 3e200};
+    const double sd = static_cast<double>(std::sqrt(2.0L / 3.0L) * 1e200L);
+    for (const StatisticsOptions& o : {radixOptions(1), sampledOptions(2)}) {
+        const Statistics s = statisticsOf(ElementKind::Double, three, o);
+        EXPECT_EQ(s.statValid, 0xffff);
+        EXPECT_NEAR(s.stdDev, sd, 1e-15 * sd);
+        EXPECT_NEAR(s.mean, 2e200, 1e-15 * 2e200);
+        EXPECT_NEAR(std::get<double>(s.sum), 6e200, 1e-15 * 6e200);
+    }
+}
+
+TEST(HugeDoubleStatistics, ExtremesOfBothSignsAndSumsBeyondRange) {
+    // -DBL_MAX and DBL_MAX: the sum and mean are 0, the deviation DBL_MAX.
+    const std::vector<double> both = {-DBL_MAX, DBL_MAX};
+    for (const StatisticsOptions& o : {radixOptions(1), sampledOptions(1)}) {
+        const Statistics s = statisticsOf(ElementKind::Double, both, o);
+        EXPECT_EQ(std::get<double>(s.sum), 0.0);
+        EXPECT_EQ(s.mean, 0.0);
+        EXPECT_EQ(s.stdDev, DBL_MAX);
+    }
+    // Four times DBL_MAX: the sum is beyond double (an infinity, as the
+    // nearest double), but the mean is DBL_MAX and the deviation 0.
+    const std::vector<double> alike(4, DBL_MAX);
+    for (const StatisticsOptions& o : {radixOptions(1), sampledOptions(1)}) {
+        const Statistics s = statisticsOf(ElementKind::Double, alike, o);
+        EXPECT_EQ(std::get<double>(s.sum), HUGE_VAL);
+        EXPECT_EQ(s.mean, DBL_MAX);
+        EXPECT_EQ(s.stdDev, 0.0);
+    }
+}
+
+TEST(HugeDoubleStatistics, ManyBlocksAcrossThreadsAgreeWithLongDouble) {
+    // Enough values for many blocks and tiles: ordinary values with a few
+    // near 1e300 among them, so that one block overflows and the others do
+    // not, and the merge of the blocks overflows too.
+    std::mt19937_64 gen(7);
+    std::uniform_real_distribution<double> u(-1, 1);
+    std::vector<double> v(kLarge);
+    for (double& x : v)
+        x = u(gen);
+    for (std::size_t i = 0; i < v.size(); i += v.size() / 8)
+        v[i] = 1e300 * (1 + u(gen));
+    long double sum = 0;
+    for (double x : v)
+        sum += x;
+    const long double mean = sum / v.size();
+    long double m2 = 0;
+    for (double x : v)
+        m2 += (x - mean) * (x - mean);
+    const double sd = static_cast<double>(std::sqrt(m2 / v.size()));
+    ASSERT_TRUE(std::isfinite(sd));
+    for (const StatisticsOptions& o : {radixOptions(1), radixOptions(3), sampledOptions(2)}) {
+        const Statistics s = statisticsOf(ElementKind::Double, v, o);
+        EXPECT_NEAR(s.stdDev, sd, 1e-13 * sd) << o.threads;
+        EXPECT_NEAR(s.mean, static_cast<double>(mean),
+                    1e-13 * std::fabs(static_cast<double>(mean)));
+        EXPECT_NEAR(std::get<double>(s.sum), static_cast<double>(sum),
+                    1e-13 * std::fabs(static_cast<double>(sum)));
+    }
+}
+
 } // namespace
