@@ -236,6 +236,51 @@ bool guessWindows(const PassContext& ctx, const StatisticsOptions& options, Gues
     return true;
 }
 
+// Scans one block against the windows its range of values can reach. A
+// window wholly above the block has all n elements below it and none
+// inside; one wholly below has none either way: neither needs a look at
+// the elements, and a fence window beyond the data is usually such a one.
+// `side(j)` says which: -1 for a window above the block, 1 for one below,
+// 0 when the block may reach it. `scan(windows, tally, out, got)` scans the
+// block against the windows given; its counts go back to the windows they
+// belong to.
+template <class Side, class Scan>
+void scanReachable(const kernels::ScanWindows& all, std::size_t n, kernels::WindowTally& tally,
+                   std::uint64_t* const* out, std::size_t* got, Side side, Scan scan) {
+    kernels::ScanWindows reach;
+    unsigned from[kernels::kMaxWindows];
+    std::uint64_t* reachOut[kernels::kMaxWindows];
+    for (unsigned j = 0; j < all.count; ++j) {
+        got[j] = 0;
+        const int s = side(j);
+        if (s < 0)
+            tally.under[j] += n;
+        if (s != 0)
+            continue;
+        const unsigned k = reach.count++;
+        reach.lo[k] = all.lo[j];
+        reach.span[k] = all.span[j];
+        reach.loValue[k] = all.loValue[j];
+        reach.hiValue[k] = all.hiValue[j];
+        reach.loPlusZero[k] = all.loPlusZero[j];
+        reachOut[k] = out[j];
+        from[k] = j;
+    }
+    if (reach.count == all.count) {
+        scan(all, tally, out, got);
+        return;
+    }
+    if (reach.count == 0)
+        return;
+    kernels::WindowTally reachTally;
+    std::size_t reachGot[kernels::kMaxWindows] = {};
+    scan(reach, reachTally, reachOut, reachGot);
+    for (unsigned k = 0; k < reach.count; ++k) {
+        tally.under[from[k]] += reachTally.under[k];
+        got[from[k]] = reachGot[k];
+    }
+}
+
 // One thread's share of the pass.
 template <Repr R> struct alignas(64) OnePassState {
     using Native = typename ReprTraits<R>::Native;
@@ -341,7 +386,15 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             sums->addBlock(values, nf, fm.sum, fm.m2);
             st.extremes.add(fm.min, fm.max);
             st.finite += nf;
-            ops.scan(values, nf, win, R == Repr::F32, st.tally, st.localAt, st.got);
+            scanReachable(
+                win, nf, st.tally, st.localAt, st.got,
+                [&](unsigned j) {
+                    return fm.max < win.loValue[j] ? -1 : fm.min > win.hiValue[j] ? 1 : 0;
+                },
+                [&](const kernels::ScanWindows& w, kernels::WindowTally& tally,
+                    std::uint64_t* const* out, std::size_t* got) {
+                    ops.scan(values, nf, w, R == Repr::F32, tally, out, got);
+                });
         } else {
             kernels::IntegerBlock b;
             integerBlock<R>(v, m, st.keys, b);
@@ -349,7 +402,14 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
             st.exact.add(b, m);
             st.extremes.add(T::fromKey(b.minKey), T::fromKey(b.maxKey));
             st.finite += m;
-            ops.scanKeys(st.keys, m, win, st.tally, st.localAt, st.got);
+            scanReachable(
+                win, m, st.tally, st.localAt, st.got,
+                [&](unsigned j) {
+                    return b.maxKey < win.lo[j] ? -1 : b.minKey > win.lo[j] + win.span[j] ? 1 : 0;
+                },
+                [&](const kernels::ScanWindows& w, kernels::WindowTally& tally,
+                    std::uint64_t* const* out,
+                    std::size_t* got) { ops.scanKeys(st.keys, m, w, tally, out, got); });
         }
         for (unsigned j = 0; j < nw; ++j) {
             st.in[j] += st.got[j];
