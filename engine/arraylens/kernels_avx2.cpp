@@ -69,6 +69,26 @@ void scanN(const double* v, std::size_t n, const ScanWindows& w, bool floatKeys,
     double cand[kBlock + 4];
     std::size_t nc = 0;
     std::size_t i = 0;
+    // Eight values at a time: most often none of them is inside any window,
+    // and then one branch skips the packing of both fours.
+    for (; i + 8 <= n; i += 8) {
+        const __m256d x0 = _mm256_loadu_pd(v + i);
+        const __m256d x1 = _mm256_loadu_pd(v + i + 4);
+        __m256d any0 = _mm256_setzero_pd(), any1 = _mm256_setzero_pd();
+        for (unsigned j = 0; j < NW; ++j) {
+            const __m256d lt0 = _mm256_cmp_pd(x0, lo[j], _CMP_LT_OQ);
+            const __m256d lt1 = _mm256_cmp_pd(x1, lo[j], _CMP_LT_OQ);
+            under[j] = _mm256_sub_epi64(
+                under[j], _mm256_add_epi64(_mm256_castpd_si256(lt0), _mm256_castpd_si256(lt1)));
+            any0 = _mm256_or_pd(any0, _mm256_andnot_pd(lt0, _mm256_cmp_pd(x0, hi[j], _CMP_LE_OQ)));
+            any1 = _mm256_or_pd(any1, _mm256_andnot_pd(lt1, _mm256_cmp_pd(x1, hi[j], _CMP_LE_OQ)));
+        }
+        const int m0 = _mm256_movemask_pd(any0), m1 = _mm256_movemask_pd(any1);
+        if ((m0 | m1) == 0)
+            continue;
+        nc += packLanes(_mm256_castpd_si256(x0), m0, cand + nc);
+        nc += packLanes(_mm256_castpd_si256(x1), m1, cand + nc);
+    }
     for (; i + 4 <= n; i += 4) {
         const __m256d x = _mm256_loadu_pd(v + i);
         __m256d any = _mm256_setzero_pd();
