@@ -562,12 +562,10 @@ Status statisticsInOnePass(const PassContext& ctx, const StatisticsOptions& opti
                 found[i][0] = found[i][1] = win.lo[w];
                 continue;
             }
-            std::uint64_t* begin = stores[w].keys.get();
-            std::uint64_t* end = begin + all.in[w];
-            std::uint64_t* at = begin + (qs[i].lower - under);
-            std::nth_element(begin, at, end);
-            found[i][0] = *at;
-            found[i][1] = qs[i].upper == qs[i].lower ? *at : *std::min_element(at + 1, end);
+            std::uint64_t next;
+            keysAtRank(stores[w].keys.get(), static_cast<std::size_t>(all.in[w]), win.lo[w],
+                       win.lo[w] + win.span[w], qs[i].lower - under, found[i][0], next);
+            found[i][1] = qs[i].upper == qs[i].lower ? found[i][0] : next;
         }
     });
     auto quantile = [&](int i) {

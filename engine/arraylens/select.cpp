@@ -180,4 +180,42 @@ bool RadixSelect::rangeOf(std::uint64_t rank, std::uint64_t& lo, std::uint64_t& 
     return false;
 }
 
+void keysAtRank(std::uint64_t* keys, std::size_t n, std::uint64_t lo, std::uint64_t hi,
+                std::uint64_t rank, std::uint64_t& at, std::uint64_t& next) {
+    const bool second = rank + 1 < n;
+    // Few keys, or more than 32-bit bins can count: a partial sort of them all.
+    if (n < (std::size_t(1) << 15) || n > 0xffffffffu) {
+        std::nth_element(keys, keys + rank, keys + n);
+        at = keys[rank];
+        next = second ? *std::min_element(keys + rank + 1, keys + n) : at;
+        return;
+    }
+    const unsigned width = bitWidth(hi - lo);
+    const unsigned shift = width > kRadixBits ? width - kRadixBits : 0;
+    std::vector<std::uint32_t> hist(static_cast<std::size_t>((hi - lo) >> shift) + 1, 0);
+    for (std::size_t i = 0; i < n; ++i)
+        ++hist[static_cast<std::size_t>((keys[i] - lo) >> shift)];
+    // The bin of `rank`, and that of rank + 1 when it is a later one; the
+    // bins between them are empty.
+    std::uint64_t before = 0;
+    std::size_t first = 0;
+    while (before + hist[first] <= rank)
+        before += hist[first++];
+    std::size_t last = first;
+    if (second && before + hist[first] == rank + 1)
+        for (++last; hist[last] == 0;)
+            ++last;
+    std::vector<std::uint64_t> picked;
+    picked.reserve(hist[first] + (last != first ? hist[last] : 0));
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::size_t bin = static_cast<std::size_t>((keys[i] - lo) >> shift);
+        if (bin >= first && bin <= last)
+            picked.push_back(keys[i]);
+    }
+    const auto local = static_cast<std::ptrdiff_t>(rank - before);
+    std::nth_element(picked.begin(), picked.begin() + local, picked.end());
+    at = picked[static_cast<std::size_t>(local)];
+    next = second ? *std::min_element(picked.begin() + local + 1, picked.end()) : at;
+}
+
 } // namespace arraylens

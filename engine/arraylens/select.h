@@ -67,4 +67,12 @@ private:
     unsigned passes_ = 0;
 };
 
+// The keys of rank `rank` and rank + 1 (counted from 0) among keys[0, n),
+// every one of which lies in [lo, hi]; `next` is `at` when rank is the
+// last. One pass counts the keys into at most 65,536 bins of the range,
+// and only those in the bins of the two ranks are partially sorted: far
+// less work than a partial sort of them all. The keys are reordered.
+void keysAtRank(std::uint64_t* keys, std::size_t n, std::uint64_t lo, std::uint64_t hi,
+                std::uint64_t rank, std::uint64_t& at, std::uint64_t& next);
+
 } // namespace arraylens

@@ -1,5 +1,6 @@
 // Exact quantiles by radix selection on larger arrays with heavy ties and a
 // small memory budget, against a sort.
+#include "arraylens/select.h"
 #include "arraylens/statistics.h"
 
 #include <gtest/gtest.h>
@@ -98,3 +99,49 @@ TEST(RadixSelection, Floats) {
 }
 
 } // namespace
+
+// The two neighbouring ranks a window's keys are asked for, against a sort:
+// ranks at the edges of the histogram's bins, ranks whose neighbour lies
+// several empty bins further on, heavy ties, and ranges of every width.
+TEST(KeysAtRank, AgainstASort) {
+    std::mt19937_64 rng(11);
+    struct Case {
+        std::uint64_t lo, width; // keys in [lo, lo + width]
+        std::size_t n, distinct; // distinct: 0 for any key of the range
+    };
+    const Case cases[] = {{1000, 5000, 200'000, 0},
+                          {std::uint64_t(1) << 63, (std::uint64_t(1) << 40) + 123, 100'000, 0},
+                          {0, ~std::uint64_t(0), 70'000, 0},
+                          {42, std::uint64_t(1) << 50, 90'000, 7},
+                          {5, 100, 10'000, 0}};
+    for (const Case& c : cases) {
+        std::vector<std::uint64_t> values(c.distinct);
+        for (std::uint64_t& v : values)
+            v = c.lo + rng() % (c.width == ~std::uint64_t(0) ? c.width : c.width + 1);
+        std::vector<std::uint64_t> keys(c.n);
+        for (std::uint64_t& k : keys)
+            k = c.distinct ? values[rng() % c.distinct]
+                           : c.lo + (c.width == ~std::uint64_t(0) ? rng() : rng() % (c.width + 1));
+        std::vector<std::uint64_t> sorted = keys;
+        std::sort(sorted.begin(), sorted.end());
+        // The ends, and ranks whose key differs from the next one's: there
+        // rank + 1 may lie in a later bin.
+        std::vector<std::uint64_t> ranks = {0, 1, c.n / 4, c.n / 2, c.n - 2, c.n - 1};
+        for (std::size_t s = 0; s < 20; ++s) {
+            std::size_t r = s * c.n / 20;
+            while (r + 1 < c.n && sorted[r] == sorted[r + 1])
+                ++r;
+            if (r + 1 < c.n)
+                ranks.push_back(r);
+        }
+        for (std::uint64_t rank : ranks) {
+            std::vector<std::uint64_t> work = keys;
+            std::uint64_t at = 0, next = 0;
+            keysAtRank(work.data(), work.size(), c.lo, c.lo + std::min(c.width, ~c.lo), rank, at,
+                       next);
+            EXPECT_EQ(at, sorted[rank]) << "rank " << rank << " of " << c.n;
+            EXPECT_EQ(next, rank + 1 < c.n ? sorted[rank + 1] : sorted[rank])
+                << "rank " << rank << " of " << c.n;
+        }
+    }
+}
