@@ -13,8 +13,9 @@ Cases (all by default, or those named with --cases):
           gdb + numpy reading the same core with read_memory.
   engine  the engine's own benchmark (bench_engine), the cases that
           --engine-filter selects (1 GiB of int64 against 1 GiB of doubles;
-          by default every case that names int64, and the whole-array
-          statistics of doubles).
+          by default every case that names int64, the whole-array
+          statistics of doubles, and the live statistics by pid without
+          the debugger against a plain read pass of the same memory).
   eval    the resolution time of a Fortran component, by bench_describe.py
           beside this script when it is there.
 
@@ -248,7 +249,8 @@ def main():
     parser.add_argument("count", nargs="?", type=int, default=1 << 27)
     parser.add_argument("runs", nargs="?", type=int, default=3)
     parser.add_argument("--cases", default="live,core,engine,eval")
-    parser.add_argument("--engine-filter", default="[Ii]nt64|BM_Statistics/whole")
+    parser.add_argument("--engine-filter",
+                        default="[Ii]nt64|BM_Statistics/whole|BM_LiveStatistics")
     parser.add_argument("--core-dir", default=tempfile.gettempdir())
     a = parser.parse_args()
     build = os.path.abspath(a.build)

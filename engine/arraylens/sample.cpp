@@ -49,30 +49,34 @@ void sortKeys(std::vector<std::uint64_t>& keys) {
         std::sort(keys.begin(), keys.end());
         return;
     }
-    // Eight digits of eight bits, least significant first; a digit that is
-    // the same in every key is skipped.
-    constexpr unsigned kDigits = 8;
-    std::vector<std::size_t> counts(kDigits * 256, 0);
+    // Six digits of eleven bits, least significant first: two passes fewer
+    // than bytes would take, and each digit's counts (16 KiB) still fit the
+    // first-level cache. A digit that is the same in every key is skipped.
+    constexpr unsigned kDigitBits = 11;
+    constexpr unsigned kDigits = (64 + kDigitBits - 1) / kDigitBits;
+    constexpr std::size_t kBins = std::size_t(1) << kDigitBits;
+    constexpr std::uint64_t kMask = kBins - 1;
+    std::vector<std::size_t> counts(kDigits * kBins, 0);
     for (std::uint64_t k : keys)
         for (unsigned d = 0; d < kDigits; ++d)
-            ++counts[d * 256 + ((k >> (8 * d)) & 0xff)];
+            ++counts[d * kBins + ((k >> (kDigitBits * d)) & kMask)];
     std::vector<std::uint64_t> other(n);
     std::uint64_t* from = keys.data();
     std::uint64_t* to = other.data();
     for (unsigned d = 0; d < kDigits; ++d) {
-        std::size_t* c = counts.data() + d * 256;
-        if (*std::max_element(c, c + 256) == n)
+        std::size_t* c = counts.data() + d * kBins;
+        if (*std::max_element(c, c + kBins) == n)
             continue;
         std::size_t at = 0;
-        for (int b = 0; b < 256; ++b) {
+        for (std::size_t b = 0; b < kBins; ++b) {
             const std::size_t here = c[b];
             c[b] = at;
             at += here;
         }
-        const unsigned shift = 8 * d;
+        const unsigned shift = kDigitBits * d;
         for (std::size_t i = 0; i < n; ++i) {
             const std::uint64_t k = from[i];
-            to[c[(k >> shift) & 0xff]++] = k;
+            to[c[(k >> shift) & kMask]++] = k;
         }
         std::swap(from, to);
     }
