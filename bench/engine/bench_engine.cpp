@@ -385,6 +385,27 @@ void BM_LiveStatistics(benchmark::State& state) {
     const TilePlan plan(layoutOf(a, whole.dims), kChunk);
     StatisticsOptions o = StatisticsOptions::Defaults();
     o.threads = 2;
+    // The child shares its pages with this process; the first read of each
+    // has the kernel copy it for the child. One pass before the timed ones
+    // does that, so that the first request's page faults are its own.
+    auto floorPass = [&](std::uint64_t* into) {
+        return forEachTile(plan, reader, 2, [&](int t, std::uint64_t, const TileView& v) {
+            std::uint64_t sum = 0;
+            for (const ElementRun& run : v.runs)
+                for (std::size_t i = 0; i < run.count; ++i) {
+                    std::uint64_t w;
+                    std::memcpy(&w, run.first + i * 8, 8);
+                    sum += w;
+                }
+            into[t] += sum;
+            return Status::Ok();
+        });
+    };
+    std::uint64_t sums[2] = {0, 0};
+    if (Status f = floorPass(sums); !f.ok()) {
+        state.SkipWithError(f.message().c_str());
+        return;
+    }
     Timing best[2]; // statistics, floor
     unsigned passes = 0;
     long faults = -1;
@@ -405,20 +426,9 @@ void BM_LiveStatistics(benchmark::State& state) {
         }
         passes = s->passes;
         benchmark::DoNotOptimize(s->median);
-        std::uint64_t sums[2] = {0, 0};
         c0 = processCpuSeconds();
         t0 = std::chrono::steady_clock::now();
-        Status f = forEachTile(plan, reader, 2, [&](int t, std::uint64_t, const TileView& v) {
-            std::uint64_t sum = 0;
-            for (const ElementRun& run : v.runs)
-                for (std::size_t i = 0; i < run.count; ++i) {
-                    std::uint64_t w;
-                    std::memcpy(&w, run.first + i * 8, 8);
-                    sum += w;
-                }
-            sums[t] += sum;
-            return Status::Ok();
-        });
+        Status f = floorPass(sums);
         best[1].wall = std::min(best[1].wall, seconds(std::chrono::steady_clock::now() - t0));
         best[1].cpu = std::min(best[1].cpu, processCpuSeconds() - c0);
         benchmark::DoNotOptimize(sums);
