@@ -5,12 +5,11 @@
 #include "wire/arrayrecords.h"
 
 #include <QBitArray>
+#include <QCoreApplication>
 
 namespace arraylens::gdb {
 
 namespace {
-
-using LineFields = QVector<QPair<QByteArray, QVariant>>;
 
 // A bag value as the exact number it stands for.
 std::optional<long double> exactValue(const QVariant& v) {
@@ -39,10 +38,21 @@ QString exitWords(const mi::Record& record) {
     return QStringLiteral("The program exited with code %1.").arg(ok ? code : 0);
 }
 
+// An answer's fields in a bag, as the request road delivers them.
+QSharedPointer<QObject> fieldsBag(const Fields& fields) {
+    QSharedPointer<QObject> bag = HVDWPPacket::makeBag();
+    for (const auto& field : fields)
+        bag->setProperty(field.first.constData(), field.second);
+    return bag;
+}
+
 } // namespace
 
 TraceService::TraceService(GdbDebugger* debugger, QObject* parent)
-    : QObject(parent), debugger_(debugger) {
+    : QObject(parent), debugger_(debugger), cancel_(std::make_shared<std::atomic<bool>>(false)),
+      buffers_(std::make_shared<CaptureBuffers>()) {
+    // A capture, and the statistics of the copy before it.
+    pool_.setMaxThreadCount(3);
     connect(&watcher_, &QFutureWatcherBase::finished, this, &TraceService::answered);
     if (!debugger || !debugger->session())
         return;
@@ -51,7 +61,27 @@ TraceService::TraceService(GdbDebugger* debugger, QObject* parent)
             [this] { finish(End::Failed, QString::fromLatin1(kDebuggerStoppedMessage)); });
 }
 
-TraceService::~TraceService() = default;
+TraceService::~TraceService() {
+    active_ = false;
+    ++run_;
+    cancel_->store(true);
+    buffers_->wake();
+    // A capture may be waiting for gdb, whose answers are read by this
+    // thread's event loop: keep it turning until the workers are through.
+    while (!pool_.waitForDone(10))
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, 10);
+}
+
+template <class F> void TraceService::post(quint64 run, F f) {
+    QPointer<TraceService> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self, run, f = std::move(f)]() mutable {
+            if (self && self->active_ && self->run_ == run)
+                f();
+        },
+        Qt::QueuedConnection);
+}
 
 QStringList TraceService::statisticNames() {
     QStringList names;
@@ -95,6 +125,10 @@ void TraceService::start() {
         return;
     active_ = true;
     stops_ = 0;
+    copied_ = 0;
+    ++run_;
+    pending_.clear();
+    cancel_ = std::make_shared<std::atomic<bool>>(false);
     GdbSession* session = debugger_->session();
     if (!session || !session->isAlive()) {
         finish(End::Failed, QString::fromLatin1(kDebuggerStoppedMessage));
@@ -131,9 +165,16 @@ void TraceService::handleRecord(const mi::Record& record) {
     awaitingStop_ = false;
     const std::string reason = record.results["reason"].asString();
     if (reason.rfind("exited", 0) == 0) {
-        const QString words = exitWords(record);
-        emitLine({{"Stop", stops_ + 1}, {"result", QStringLiteral("exit")}, {"msg", words}});
-        finish(End::Exited, words);
+        // After the lines of the stops still being computed.
+        Pending closing;
+        closing.ready = true;
+        closing.closing = true;
+        closing.message = exitWords(record);
+        closing.closingLine = {
+            {"Stop", stops_ + 1}, {"result", QStringLiteral("exit")}, {"msg", closing.message}};
+        closing.end = End::Exited;
+        pending_.push_back(closing);
+        flush();
         return;
     }
     traceStop();
@@ -141,11 +182,32 @@ void TraceService::handleRecord(const mi::Record& record) {
 
 void TraceService::traceStop() {
     ++stops_;
-    frame_ = FrameInfo();
+    Pending stop;
+    stop.stop = stops_;
     if (auto* f = qobject_cast<GdbFrame*>(debugger_->currentFrame().data()))
-        frame_ = f->info();
-    // The request names the innermost frame of the thread that stopped: no
-    // evaluation of its own is needed first.
+        stop.frame = f->info();
+    pending_.push_back(stop);
+    request_ = RequestSnapshot::fromBag(statisticsRequest(stop.frame).propertyBag.data());
+
+    GdbSession* session = debugger_->session();
+    const bool copy = settings_.overlap && !until_;
+    const FrameInfo frame = stop.frame;
+    const RequestSnapshot snapshot = request_;
+    auto cancel = cancel_;
+    auto buffers = buffers_;
+    const quint64 run = run_;
+    QPointer<TraceService> self(this);
+    pool_.start([this, self, run, session, frame, snapshot, copy, cancel, buffers] {
+        auto capture = std::make_shared<StopCapture>(
+            captureStop(*session, frame, snapshot, copy, *buffers, cancel.get()));
+        // The service waits for its workers before it goes: `this` is alive.
+        post(run, [self, capture] { self->captured(capture); });
+    });
+}
+
+ArrayStatisticsRequest TraceService::statisticsRequest(const FrameInfo& frame) const {
+    // The innermost frame of the thread that stopped: no evaluation of its
+    // own is needed first.
     ArrayStatisticsRequest request;
     request.setFocusFields(nullptr);
     request.setSlice(settings_.slice);
@@ -153,28 +215,94 @@ void TraceService::traceStop() {
     request.setOperationFields(nullptr);
     QObject* bag = request.propertyBag.data();
     bag->setProperty("Expression", settings_.expression);
-    bag->setProperty("Focus", frame_.thread);
-    bag->setProperty("ScopeID", frame_.function);
+    bag->setProperty("Focus", frame.thread);
+    bag->setProperty("ScopeID", frame.function);
     bag->setProperty("FrameRecursionDepth", QVariant::fromValue<uint>(0));
-    watcher_.setFuture(debugger_->sendRequest(request));
+    return request;
+}
+
+void TraceService::captured(const std::shared_ptr<StopCapture>& capture) {
+    switch (capture->kind) {
+    case StopCapture::Kind::Fallback:
+        requestStop();
+        return;
+    case StopCapture::Kind::Computed:
+        settle(stops_, fieldsBag(capture->fields));
+        return;
+    case StopCapture::Kind::Copied:
+        break;
+    }
+    const int stop = stops_;
+    // The last stop of --stops leaves the program there, as it would be
+    // without the overlap.
+    const bool last = settings_.maxStops > 0 && stop >= settings_.maxStops;
+    pending_.back().resumed = !last;
+    ++copied_;
+    if (!last)
+        resume();
+    const RequestSnapshot snapshot = request_;
+    auto cancel = cancel_;
+    const quint64 run = run_;
+    QPointer<TraceService> self(this);
+    // The copy goes back to the pool when the job is done with it.
+    pool_.start([this, self, run, stop, capture, snapshot, cancel] {
+        const Fields fields = computeCopied(*capture, snapshot, cancel.get());
+        post(run, [self, stop, fields] { self->settle(stop, fieldsBag(fields)); });
+    });
+}
+
+void TraceService::requestStop() {
+    watcher_.setFuture(debugger_->sendRequest(statisticsRequest(pending_.back().frame)));
 }
 
 void TraceService::answered() {
     if (!active_)
         return;
-    const QSharedPointer<QObject> answer = watcher_.result();
+    settle(stops_, watcher_.result());
+}
+
+void TraceService::settle(int stop, const QSharedPointer<QObject>& answer) {
+    for (Pending& p : pending_) {
+        if (!p.closing && p.stop == stop) {
+            p.ready = true;
+            p.answer = answer;
+            break;
+        }
+    }
+    flush();
+}
+
+void TraceService::flush() {
+    while (active_ && !pending_.empty() && pending_.front().ready) {
+        const Pending stop = pending_.front();
+        pending_.pop_front();
+        if (stop.closing) {
+            emitLine(stop.closingLine);
+            finish(stop.end, stop.message);
+            return;
+        }
+        if (!report(stop))
+            return;
+        // A stop the program has gone on from needs nothing more.
+        if (!stop.resumed && !enoughStops())
+            resume();
+    }
+}
+
+bool TraceService::report(const Pending& stop) {
+    const QSharedPointer<QObject>& answer = stop.answer;
     const QString result = answer->property("result").toString();
-    LineFields line{{"Stop", stops_},
-                    {"Function", frame_.function},
-                    {"File", frame_.file},
-                    {"Line", frame_.line}};
+    LineFields line{{"Stop", stop.stop},
+                    {"Function", stop.frame.function},
+                    {"File", stop.frame.file},
+                    {"Line", stop.frame.line}};
     if (result == QLatin1String("exit")) {
-        line = {{"Stop", stops_},
+        line = {{"Stop", stop.stop},
                 {"result", QStringLiteral("exit")},
                 {"msg", QStringLiteral("The program is not running.")}};
         emitLine(line);
         finish(End::Exited, QStringLiteral("The program is not running."));
-        return;
+        return false;
     }
     if (result != QLatin1String("done") || answer->property("IsStale").toBool()) {
         const QString msg = result == QLatin1String("done")
@@ -183,9 +311,7 @@ void TraceService::answered() {
         line.append({"result", QStringLiteral("error")});
         line.append({"msg", msg});
         emitLine(line);
-        if (!enoughStops())
-            resume();
-        return;
+        return true;
     }
     const QStringList names = statisticNames();
     const QStringList shown = settings_.stats.isEmpty() ? names : settings_.stats;
@@ -213,11 +339,10 @@ void TraceService::answered() {
         line.append({"Until", true});
     emitLine(line);
     if (holds) {
-        finish(End::Until, QStringLiteral("The condition holds at stop %1.").arg(stops_));
-        return;
+        finish(End::Until, QStringLiteral("The condition holds at stop %1.").arg(stop.stop));
+        return false;
     }
-    if (!enoughStops())
-        resume();
+    return true;
 }
 
 bool TraceService::enoughStops() {
@@ -253,6 +378,10 @@ void TraceService::finish(End end, const QString& message) {
         return;
     active_ = false;
     awaitingStop_ = false;
+    ++run_;
+    pending_.clear();
+    cancel_->store(true);
+    buffers_->wake();
     emit finished(end, message);
 }
 
