@@ -127,10 +127,11 @@ StopCapture captureStop(GdbSession& session, const FrameInfo& frame, const Reque
 Fields computeCopied(const StopCapture& capture, const RequestSnapshot& request,
                      const std::atomic<bool>* cancel) {
     arraylens::BufferReader reader(capture.bytes->data(), capture.bytes->size(), capture.base);
-    // The tiles of a live read, so that the answer is computed exactly as
-    // it would have been on the process.
+    // The tiles of a live read. One thread: the program runs its next step
+    // on another core meanwhile, and the engine's answer has the same bits
+    // whatever the threads.
     return computeFields(request, capture.facts, capture.array, reader,
-                         arraylens::kDefaultTileBytes, cancel);
+                         arraylens::kDefaultTileBytes, cancel, 1);
 }
 
 } // namespace arraylens::gdb
