@@ -1,5 +1,7 @@
 #include "tracecapture.h"
 
+#include "describer.h"
+
 #include "arraylens/options.h"
 #include "arraylens/reader.h"
 
@@ -80,6 +82,26 @@ bool arraySpan(const arraylens::ArrayDescriptor& array, std::uint64_t& first, st
     return true;
 }
 
+bool copyArray(GdbSession& session, StopCapture& capture, CaptureBuffers& buffers,
+               const std::atomic<bool>* cancel, std::uint64_t maxCopyBytes) {
+    std::uint64_t first = 0, size = 0;
+    if (!arraySpan(capture.array, first, size) || size > maxCopyBytes ||
+        size / 2 > capture.array.elementCount() * capture.array.elementSize + 4096 ||
+        !session.readsMemoryDirectly() || session.pid() <= 0)
+        return false;
+    capture.bytes = buffers.take(std::size_t(size), cancel);
+    if (!capture.bytes)
+        return false;
+    arraylens::ProcessReader process(pid_t(session.pid()));
+    if (!process.read(first, capture.bytes->data(), std::size_t(size))) {
+        capture.bytes.reset();
+        return false;
+    }
+    capture.base = first;
+    capture.kind = StopCapture::Kind::Copied;
+    return true;
+}
+
 StopCapture captureStop(GdbSession& session, const FrameInfo& frame, const RequestSnapshot& request,
                         bool copy, CaptureBuffers& buffers, const std::atomic<bool>* cancel,
                         std::uint64_t maxCopyBytes) {
@@ -95,32 +117,35 @@ StopCapture captureStop(GdbSession& session, const FrameInfo& frame, const Reque
     if (!ArrayResolver::toDescriptor(out.facts, out.array, failure) ||
         !arraylens::validate(out.array))
         return out;
-
-    std::uint64_t first = 0, size = 0;
-    const bool live = session.readsMemoryDirectly() && session.pid() > 0;
-    // A strided section spans more than its elements; copying much more
-    // than the engine would read is not worth it.
-    const bool worthCopying = live && arraySpan(out.array, first, size) && size <= maxCopyBytes &&
-                              size / 2 <= out.array.elementCount() * out.array.elementSize + 4096;
-    if (copy && worthCopying) {
-        out.bytes = buffers.take(std::size_t(size), cancel);
-        if (!out.bytes)
-            return StopCapture();
-        arraylens::ProcessReader process(pid_t(session.pid()));
-        if (!process.read(first, out.bytes->data(), std::size_t(size)) ||
-            session.runGeneration() != generation ||
+    if (copy && copyArray(session, out, buffers, cancel, maxCopyBytes)) {
+        if (session.runGeneration() != generation ||
             session.targetState() != GdbSession::TargetState::Stopped)
             return StopCapture();
-        out.base = first;
-        out.kind = StopCapture::Kind::Copied;
         return out;
     }
+    if (cancel && cancel->load())
+        return StopCapture();
     MemoryAccess memory(session);
     out.fields =
         computeFields(request, out.facts, out.array, memory.reader(), memory.tileBytes(), cancel);
     if (isError(out.fields) || session.runGeneration() != generation)
         return StopCapture();
     out.kind = StopCapture::Kind::Computed;
+    return out;
+}
+
+StopCapture captureDescribed(GdbSession& session, const QString& expression,
+                             const QString& describerLine, CaptureBuffers& buffers,
+                             const std::atomic<bool>* cancel, std::uint64_t maxCopyBytes) {
+    StopCapture out;
+    out.facts.expression = expression;
+    Failure failure;
+    if (!checkExpressionText(expression, failure) || splitFortranCast(expression) ||
+        !readDescriberReply(describerLine, out.facts, failure) ||
+        (out.facts.isArray && !out.facts.problem.isEmpty()) ||
+        !ArrayResolver::toDescriptor(out.facts, out.array, failure) ||
+        !arraylens::validate(out.array) || !copyArray(session, out, buffers, cancel, maxCopyBytes))
+        return StopCapture();
     return out;
 }
 

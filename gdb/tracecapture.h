@@ -84,6 +84,15 @@ StopCapture captureStop(GdbSession& session, const FrameInfo& frame, const Reque
                         bool copy, CaptureBuffers& buffers, const std::atomic<bool>* cancel,
                         std::uint64_t maxCopyBytes = std::uint64_t(512) << 20);
 
+// The copy of an array the describer's console line (as the stopped program
+// stands) tells of: for a stop handled inside gdb, where no MI command can be
+// sent. Kind::Fallback for anything but a plain expression whose array was
+// copied.
+StopCapture captureDescribed(GdbSession& session, const QString& expression,
+                             const QString& describerLine, CaptureBuffers& buffers,
+                             const std::atomic<bool>* cancel,
+                             std::uint64_t maxCopyBytes = std::uint64_t(512) << 20);
+
 // The statistics of a copied array.
 Fields computeCopied(const StopCapture& capture, const RequestSnapshot& request,
                      const std::atomic<bool>* cancel);

@@ -7,6 +7,9 @@
 #include <QBitArray>
 #include <QCoreApplication>
 
+#include <chrono>
+#include <future>
+
 namespace arraylens::gdb {
 
 namespace {
@@ -66,6 +69,8 @@ TraceService::~TraceService() {
     ++run_;
     cancel_->store(true);
     buffers_->wake();
+    if (hook_)
+        hook_->close();
     // A capture may be waiting for gdb, whose answers are read by this
     // thread's event loop: keep it turning until the workers are through.
     while (!pool_.waitForDone(10))
@@ -126,6 +131,7 @@ void TraceService::start() {
     active_ = true;
     stops_ = 0;
     copied_ = 0;
+    inGdb_ = 0;
     ++run_;
     pending_.clear();
     cancel_ = std::make_shared<std::atomic<bool>>(false);
@@ -136,6 +142,8 @@ void TraceService::start() {
     }
     switch (session->targetState()) {
     case GdbSession::TargetState::Stopped:
+        // Before the first continue, which goes to gdb after it.
+        installHook();
         traceStop();
         return;
     case GdbSession::TargetState::Running:
@@ -240,7 +248,13 @@ void TraceService::captured(const std::shared_ptr<StopCapture>& capture) {
     ++copied_;
     if (!last)
         resume();
-    const RequestSnapshot snapshot = request_;
+    computeCopy(stop, pending_.back().frame, capture);
+}
+
+void TraceService::computeCopy(int stop, const FrameInfo& frame,
+                               const std::shared_ptr<StopCapture>& capture) {
+    const RequestSnapshot snapshot =
+        RequestSnapshot::fromBag(statisticsRequest(frame).propertyBag.data());
     auto cancel = cancel_;
     const quint64 run = run_;
     QPointer<TraceService> self(this);
@@ -249,6 +263,65 @@ void TraceService::captured(const std::shared_ptr<StopCapture>& capture) {
         const Fields fields = computeCopied(*capture, snapshot, cancel.get());
         post(run, [self, stop, fields] { self->settle(stop, fieldsBag(fields)); });
     });
+}
+
+void TraceService::installHook() {
+    GdbSession* session = debugger_->session();
+    if (!settings_.inGdb || !settings_.overlap || until_ || !session->readsMemoryDirectly())
+        return;
+    const QString expression = settings_.expression;
+    auto buffers = buffers_;
+    auto cancel = cancel_;
+    hook_ = std::make_unique<TraceHook>(
+        [this, session, expression, buffers, cancel](const TraceHook::Hit& hit) {
+            auto capture = std::make_shared<StopCapture>(
+                captureDescribed(*session, expression, hit.describe, *buffers, cancel.get()));
+            if (capture->kind != StopCapture::Kind::Copied)
+                return false;
+            // The decision is the service's, on its own thread; the program
+            // stands still meanwhile.
+            auto decision = std::make_shared<std::promise<bool>>();
+            std::future<bool> decided = decision->get_future();
+            QMetaObject::invokeMethod(
+                this,
+                [this, frame = hit.frame, capture, decision] {
+                    decision->set_value(hookHit(frame, capture));
+                },
+                Qt::QueuedConnection);
+            while (decided.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready)
+                if (cancel->load())
+                    return false;
+            try {
+                return decided.get();
+            } catch (const std::future_error&) {
+                // The service went before it decided.
+                return false;
+            }
+        });
+    QString error;
+    if (!hook_->listen(&error)) {
+        hook_.reset();
+        return;
+    }
+    session->send(hook_->installCommand(expression));
+}
+
+bool TraceService::hookHit(const FrameInfo& frame, const std::shared_ptr<StopCapture>& capture) {
+    if (!active_ || !awaitingStop_)
+        return false;
+    // The last stop is an ordinary one: the program is left standing there.
+    if (settings_.maxStops > 0 && stops_ + 1 >= settings_.maxStops)
+        return false;
+    ++stops_;
+    ++copied_;
+    ++inGdb_;
+    Pending stop;
+    stop.stop = stops_;
+    stop.frame = frame;
+    stop.resumed = true;
+    pending_.push_back(stop);
+    computeCopy(stops_, frame, capture);
+    return true;
 }
 
 void TraceService::requestStop() {
@@ -382,6 +455,13 @@ void TraceService::finish(End end, const QString& message) {
     pending_.clear();
     cancel_->store(true);
     buffers_->wake();
+    if (hook_) {
+        hook_->close();
+        hook_.reset();
+        GdbSession* session = debugger_ ? debugger_->session() : nullptr;
+        if (session && session->isAlive())
+            session->send(TraceHook::uninstallCommand());
+    }
     emit finished(end, message);
 }
 

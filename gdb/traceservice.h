@@ -19,6 +19,7 @@
 
 #include "gdbdebugger.h"
 #include "tracecapture.h"
+#include "tracehook.h"
 
 #include "arraylens/condition.h"
 
@@ -52,6 +53,13 @@ struct TraceSettings {
     // of the array (never with a condition). Off: every stop is computed
     // before the program goes on, as a statistics request would be.
     bool overlap = true;
+    // With the overlap: the stops that need nothing but the copy are handled
+    // inside gdb, by a breakpoint condition that asks this service, and are
+    // never reported over MI (no stop and continue round trip, no MI
+    // describe). The first stop, the last one of maxStops, and any stop this
+    // road cannot take are ordinary stops. Off in the shell, whose views
+    // follow every stop.
+    bool inGdb = false;
 };
 
 class TraceService : public QObject {
@@ -83,6 +91,8 @@ public:
     int stopCount() const { return stops_; }
     // Stops whose statistics were computed on a copy while the program ran on.
     int copiedStops() const { return copied_; }
+    // Stops handled inside gdb.
+    int inGdbStops() const { return inGdb_; }
 
     // The statistic names a trace knows, as in --stat and conditions.
     static QStringList statisticNames();
@@ -118,6 +128,13 @@ private:
     void traceStop();
     ArrayStatisticsRequest statisticsRequest(const FrameInfo& frame) const;
     void captured(const std::shared_ptr<StopCapture>& capture);
+    // Computes the statistics of stop `stop` from its copy.
+    void computeCopy(int stop, const FrameInfo& frame, const std::shared_ptr<StopCapture>& capture);
+    // Connects gdb's breakpoint condition to this service.
+    void installHook();
+    // Whether a hit handled inside gdb goes on; when it does it is a stop
+    // of the trace, computed from `capture`.
+    bool hookHit(const FrameInfo& frame, const std::shared_ptr<StopCapture>& capture);
     // The ordinary request road for the stop being handled.
     void requestStop();
     void answered();
@@ -143,12 +160,14 @@ private:
     bool awaitingStop_ = false;
     int stops_ = 0;
     int copied_ = 0;
+    int inGdb_ = 0;
     // Counts trace runs, so that work finished for an ended run is dropped.
     quint64 run_ = 0;
     std::deque<Pending> pending_;
     arraylens::gdb::RequestSnapshot request_;
     std::shared_ptr<std::atomic<bool>> cancel_;
     std::shared_ptr<CaptureBuffers> buffers_;
+    std::unique_ptr<TraceHook> hook_;
     // Declared last: destroyed (and waited for) first.
     QThreadPool pool_;
 };

@@ -1,10 +1,11 @@
 // The trace service on the blowup example, whose plate overflows to
 // infinity and then NaN: the lines of a trace that lets the program go on
-// while each stop's statistics are computed on a copy are the lines of one
-// that computes every stop before going on, value for value and bit for
-// bit, through the stops with infinities and NaN to the program's end; with
-// --stops the last stop is left standing in both; and with a condition the
-// program stays stopped where it holds.
+// while each stop's statistics are computed on a copy, and of one whose
+// stops are handled inside gdb, are the lines of one that computes every
+// stop before going on, value for value and bit for bit, through the stops
+// with infinities and NaN to the program's end; with --stops the last stop
+// is left standing in all three; and with a condition the program stays
+// stopped where it holds.
 #include "gdbrig.h"
 
 #include "traceservice.h"
@@ -44,6 +45,7 @@ struct TraceRun {
     TraceService::End end = TraceService::End::Failed;
     QString message;
     int copied = 0;
+    int inGdb = 0;
     GdbSession::TargetState stateAfter = GdbSession::TargetState::None;
     QString why;
 };
@@ -84,6 +86,7 @@ TraceRun runTrace(TraceSettings settings, const QStringList& programArgs) {
     if (out.end == TraceService::End::Failed)
         out.why = QStringLiteral("the trace failed: ") + out.message;
     out.copied = trace.copiedStops();
+    out.inGdb = trace.inGdbStops();
     out.stateAfter = rig->session->targetState();
     return out;
 }
@@ -104,17 +107,27 @@ TEST(TraceOverlap, GivesTheLinesOfTheStopByStopRoad) {
     TraceSettings filtered = plate(true);
     filtered.filter = QStringLiteral("$value > 1e-3 || $value == $nan");
     const TraceRun overlapped = runTrace(filtered, kArgs);
+    filtered.inGdb = true;
+    const TraceRun inGdb = runTrace(filtered, kArgs);
+    filtered.inGdb = false;
     filtered.overlap = false;
     const TraceRun stepwise = runTrace(filtered, kArgs);
+    ASSERT_TRUE(inGdb.why.isEmpty()) << inGdb.why.toStdString();
     ASSERT_TRUE(overlapped.why.isEmpty()) << overlapped.why.toStdString();
     ASSERT_TRUE(stepwise.why.isEmpty()) << stepwise.why.toStdString();
     EXPECT_EQ(overlapped.end, TraceService::End::Exited);
     EXPECT_EQ(stepwise.end, TraceService::End::Exited);
     ASSERT_EQ(overlapped.lines.size(), 141);
     EXPECT_EQ(overlapped.lines, stepwise.lines);
-    // Every stop went the overlapping road in one, none in the other.
+    EXPECT_EQ(inGdb.lines, stepwise.lines);
+    EXPECT_EQ(inGdb.end, TraceService::End::Exited);
+    // Every stop went the overlapping road in one, none in the other; in
+    // gdb, every one after the first.
     EXPECT_EQ(overlapped.copied, 140);
+    EXPECT_EQ(overlapped.inGdb, 0);
     EXPECT_EQ(stepwise.copied, 0);
+    EXPECT_EQ(inGdb.copied, 140);
+    EXPECT_EQ(inGdb.inGdb, 139);
     EXPECT_TRUE(overlapped.lines.last().contains(QStringLiteral("result:QString=exit")));
     EXPECT_TRUE(overlapped.lines[139].contains(QStringLiteral("NanCount:int=")));
     EXPECT_FALSE(overlapped.lines[139].contains(QStringLiteral("NanCount:int=0 ")));
@@ -124,8 +137,17 @@ TEST(TraceOverlap, StopsAndConditionsLeaveTheProgramStopped) {
     TraceSettings some = plate(true);
     some.maxStops = 12;
     const TraceRun overlapped = runTrace(some, kArgs);
+    some.inGdb = true;
+    const TraceRun inGdb = runTrace(some, kArgs);
+    some.inGdb = false;
     some.overlap = false;
     const TraceRun stepwise = runTrace(some, kArgs);
+    ASSERT_TRUE(inGdb.why.isEmpty()) << inGdb.why.toStdString();
+    EXPECT_EQ(inGdb.lines, stepwise.lines);
+    EXPECT_EQ(inGdb.end, TraceService::End::Stops);
+    // The first and the last are stops over MI.
+    EXPECT_EQ(inGdb.inGdb, 10);
+    EXPECT_EQ(inGdb.stateAfter, GdbSession::TargetState::Stopped);
     ASSERT_TRUE(overlapped.why.isEmpty()) << overlapped.why.toStdString();
     ASSERT_TRUE(stepwise.why.isEmpty()) << stepwise.why.toStdString();
     EXPECT_EQ(overlapped.end, TraceService::End::Stops);
@@ -139,10 +161,12 @@ TEST(TraceOverlap, StopsAndConditionsLeaveTheProgramStopped) {
     // program stands at the stop where it held.
     TraceSettings until = plate(true);
     until.until = QStringLiteral("NanCount > 0");
+    until.inGdb = true;
     const TraceRun held = runTrace(until, kArgs);
     ASSERT_TRUE(held.why.isEmpty()) << held.why.toStdString();
     EXPECT_EQ(held.end, TraceService::End::Until);
     EXPECT_EQ(held.copied, 0);
+    EXPECT_EQ(held.inGdb, 0);
     EXPECT_EQ(held.stateAfter, GdbSession::TargetState::Stopped);
     ASSERT_FALSE(held.lines.isEmpty());
     EXPECT_TRUE(held.lines.last().contains(QStringLiteral("Until:bool=true")));
