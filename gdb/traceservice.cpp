@@ -7,8 +7,7 @@
 #include <QBitArray>
 #include <QCoreApplication>
 
-#include <chrono>
-#include <future>
+#include <algorithm>
 
 namespace arraylens::gdb {
 
@@ -66,6 +65,7 @@ TraceService::TraceService(GdbDebugger* debugger, QObject* parent)
 
 TraceService::~TraceService() {
     active_ = false;
+    hookOpen_.store(false);
     ++run_;
     cancel_->store(true);
     buffers_->wake();
@@ -130,6 +130,7 @@ void TraceService::start() {
         return;
     active_ = true;
     stops_ = 0;
+    emitted_ = 0;
     copied_ = 0;
     inGdb_ = 0;
     ++run_;
@@ -181,7 +182,7 @@ void TraceService::handleRecord(const mi::Record& record) {
         closing.closingLine = {
             {"Stop", stops_ + 1}, {"result", QStringLiteral("exit")}, {"msg", closing.message}};
         closing.end = End::Exited;
-        pending_.push_back(closing);
+        addPending(closing);
         flush();
         return;
     }
@@ -189,12 +190,11 @@ void TraceService::handleRecord(const mi::Record& record) {
 }
 
 void TraceService::traceStop() {
-    ++stops_;
     Pending stop;
-    stop.stop = stops_;
+    stop.stop = ++stops_;
     if (auto* f = qobject_cast<GdbFrame*>(debugger_->currentFrame().data()))
         stop.frame = f->info();
-    pending_.push_back(stop);
+    addPending(stop);
     request_ = RequestSnapshot::fromBag(statisticsRequest(stop.frame).propertyBag.data());
 
     GdbSession* session = debugger_->session();
@@ -241,14 +241,18 @@ void TraceService::captured(const std::shared_ptr<StopCapture>& capture) {
         break;
     }
     const int stop = stops_;
+    Pending* pending = pendingStop(stop);
+    if (!pending)
+        return;
     // The last stop of --stops leaves the program there, as it would be
     // without the overlap.
     const bool last = settings_.maxStops > 0 && stop >= settings_.maxStops;
-    pending_.back().resumed = !last;
+    pending->resumed = !last;
     ++copied_;
+    const FrameInfo frame = pending->frame;
     if (!last)
         resume();
-    computeCopy(stop, pending_.back().frame, capture);
+    computeCopy(stop, frame, capture);
 }
 
 void TraceService::computeCopy(int stop, const FrameInfo& frame,
@@ -270,62 +274,73 @@ void TraceService::installHook() {
     if (!settings_.inGdb || !settings_.overlap || until_ || !session->readsMemoryDirectly())
         return;
     const QString expression = settings_.expression;
+    const int maxStops = settings_.maxStops;
     auto buffers = buffers_;
     auto cancel = cancel_;
-    hook_ = std::make_unique<TraceHook>(
-        [this, session, expression, buffers, cancel](const TraceHook::Hit& hit) {
-            auto capture = std::make_shared<StopCapture>(
-                captureDescribed(*session, expression, hit.describe, *buffers, cancel.get()));
-            if (capture->kind != StopCapture::Kind::Copied)
-                return false;
-            // The decision is the service's, on its own thread; the program
-            // stands still meanwhile.
-            auto decision = std::make_shared<std::promise<bool>>();
-            std::future<bool> decided = decision->get_future();
-            QMetaObject::invokeMethod(
-                this,
-                [this, frame = hit.frame, capture, decision] {
-                    decision->set_value(hookHit(frame, capture));
-                },
-                Qt::QueuedConnection);
-            while (decided.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready)
-                if (cancel->load())
-                    return false;
-            try {
-                return decided.get();
-            } catch (const std::future_error&) {
-                // The service went before it decided.
-                return false;
-            }
-        });
+    const quint64 run = run_;
+    QPointer<TraceService> self(this);
+    // Decided on the hook's thread: the program stands still until then, and
+    // a hop to this object's thread costs milliseconds on a busy machine.
+    // While gdb waits in a hit no stop can be reported over MI, so the stop
+    // count is this thread's alone.
+    hook_ = std::make_unique<TraceHook>([this, self, run, session, expression, maxStops, buffers,
+                                         cancel](const TraceHook::Hit& hit) {
+        if (!hookOpen_.load())
+            return false;
+        const int stop = stops_.load() + 1;
+        // The last stop is an ordinary one: the program is left standing there.
+        if (maxStops > 0 && stop >= maxStops)
+            return false;
+        auto capture = std::make_shared<StopCapture>(
+            captureDescribed(*session, expression, hit.describe, *buffers, cancel.get()));
+        if (capture->kind != StopCapture::Kind::Copied || !hookOpen_.load())
+            return false;
+        stops_.store(stop);
+        post(run,
+             [self, stop, frame = hit.frame, capture] { self->hookStop(stop, frame, capture); });
+        return true;
+    });
     QString error;
     if (!hook_->listen(&error)) {
         hook_.reset();
         return;
     }
+    hookOpen_.store(true);
     session->send(hook_->installCommand(expression));
 }
 
-bool TraceService::hookHit(const FrameInfo& frame, const std::shared_ptr<StopCapture>& capture) {
-    if (!active_ || !awaitingStop_)
-        return false;
-    // The last stop is an ordinary one: the program is left standing there.
-    if (settings_.maxStops > 0 && stops_ + 1 >= settings_.maxStops)
-        return false;
-    ++stops_;
+void TraceService::hookStop(int stop, const FrameInfo& frame,
+                            const std::shared_ptr<StopCapture>& capture) {
     ++copied_;
     ++inGdb_;
-    Pending stop;
-    stop.stop = stops_;
-    stop.frame = frame;
-    stop.resumed = true;
-    pending_.push_back(stop);
-    computeCopy(stops_, frame, capture);
-    return true;
+    Pending p;
+    p.stop = stop;
+    p.frame = frame;
+    p.resumed = true;
+    addPending(p);
+    computeCopy(stop, frame, capture);
+}
+
+void TraceService::addPending(const Pending& stop) {
+    // A stop from the hook's thread may arrive after a later one reported
+    // over MI; closing lines come after every stop.
+    auto at = pending_.end();
+    if (!stop.closing)
+        at = std::find_if(pending_.begin(), pending_.end(),
+                          [&](const Pending& p) { return p.closing || p.stop > stop.stop; });
+    pending_.insert(at, stop);
+}
+
+TraceService::Pending* TraceService::pendingStop(int stop) {
+    for (Pending& p : pending_)
+        if (!p.closing && p.stop == stop)
+            return &p;
+    return nullptr;
 }
 
 void TraceService::requestStop() {
-    watcher_.setFuture(debugger_->sendRequest(statisticsRequest(pending_.back().frame)));
+    if (Pending* stop = pendingStop(stops_))
+        watcher_.setFuture(debugger_->sendRequest(statisticsRequest(stop->frame)));
 }
 
 void TraceService::answered() {
@@ -335,12 +350,9 @@ void TraceService::answered() {
 }
 
 void TraceService::settle(int stop, const QSharedPointer<QObject>& answer) {
-    for (Pending& p : pending_) {
-        if (!p.closing && p.stop == stop) {
-            p.ready = true;
-            p.answer = answer;
-            break;
-        }
+    if (Pending* p = pendingStop(stop)) {
+        p->ready = true;
+        p->answer = answer;
     }
     flush();
 }
@@ -348,12 +360,17 @@ void TraceService::settle(int stop, const QSharedPointer<QObject>& answer) {
 void TraceService::flush() {
     while (active_ && !pending_.empty() && pending_.front().ready) {
         const Pending stop = pending_.front();
+        // In order, with none missing: a stop handled in gdb may not be
+        // here yet.
+        if (stop.closing ? emitted_ < stops_.load() : stop.stop != emitted_ + 1)
+            return;
         pending_.pop_front();
         if (stop.closing) {
             emitLine(stop.closingLine);
             finish(stop.end, stop.message);
             return;
         }
+        ++emitted_;
         if (!report(stop))
             return;
         // A stop the program has gone on from needs nothing more.
@@ -421,7 +438,7 @@ bool TraceService::report(const Pending& stop) {
 bool TraceService::enoughStops() {
     if (settings_.maxStops <= 0 || stops_ < settings_.maxStops)
         return false;
-    finish(End::Stops, QStringLiteral("%1 stops traced.").arg(stops_));
+    finish(End::Stops, QStringLiteral("%1 stops traced.").arg(stops_.load()));
     return true;
 }
 
@@ -451,6 +468,7 @@ void TraceService::finish(End end, const QString& message) {
         return;
     active_ = false;
     awaitingStop_ = false;
+    hookOpen_.store(false);
     ++run_;
     pending_.clear();
     cancel_->store(true);

@@ -88,7 +88,7 @@ public:
     // Ends the trace at once; a running debuggee is interrupted.
     void stop();
     bool isActive() const { return active_; }
-    int stopCount() const { return stops_; }
+    int stopCount() const { return stops_.load(); }
     // Stops whose statistics were computed on a copy while the program ran on.
     int copiedStops() const { return copied_; }
     // Stops handled inside gdb.
@@ -132,9 +132,11 @@ private:
     void computeCopy(int stop, const FrameInfo& frame, const std::shared_ptr<StopCapture>& capture);
     // Connects gdb's breakpoint condition to this service.
     void installHook();
-    // Whether a hit handled inside gdb goes on; when it does it is a stop
-    // of the trace, computed from `capture`.
-    bool hookHit(const FrameInfo& frame, const std::shared_ptr<StopCapture>& capture);
+    // A stop handled inside gdb, which the program has gone on from.
+    void hookStop(int stop, const FrameInfo& frame, const std::shared_ptr<StopCapture>& capture);
+    // Puts a stop in its place among those waiting for their lines.
+    void addPending(const Pending& stop);
+    Pending* pendingStop(int stop);
     // The ordinary request road for the stop being handled.
     void requestStop();
     void answered();
@@ -158,7 +160,13 @@ private:
     QFutureWatcher<QSharedPointer<QObject>> watcher_;
     bool active_ = false;
     bool awaitingStop_ = false;
-    int stops_ = 0;
+    // Written by the hook's thread while gdb waits in a hit, by this
+    // object's thread otherwise.
+    std::atomic<int> stops_{0};
+    // The stops whose lines are out.
+    int emitted_ = 0;
+    // Hits inside gdb may go on.
+    std::atomic<bool> hookOpen_{false};
     int copied_ = 0;
     int inGdb_ = 0;
     // Counts trace runs, so that work finished for an ended run is dropped.
