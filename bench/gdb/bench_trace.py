@@ -19,8 +19,17 @@ bounds the second: no tool that stops the program can be more than
 
 arraylens-cli overlaps: at each stop it copies the plate out of the stopped
 program, lets it go on, and computes the statistics on the copy while the
-program runs its next step (on the other core). The script's work is the
-same as ever: read_memory, sixteen statistics with numpy, continue.
+program runs its next step (on the other core). All stops but the first and
+the last are handled inside gdb: a breakpoint condition hands the stop's
+frame and the describer's line to arraylens-cli over a local socket and
+lets the program go on once the plate is copied, with no MI stop, continue
+or describe. The lines are the same as those of a trace that computes each
+stop before it continues (gdb.TraceOverlap checks it). The script's work is
+the same as ever: read_memory, sixteen statistics with numpy, continue.
+
+The program's own time is taken before the traced runs and once more after
+them, and the smaller is used: on a shared machine a run that happens to
+be slow would otherwise be credited to the stops.
 
 Usage: bench_trace.py BUILD_DIR [STOPS] [ROWS COLS]
 """
@@ -56,9 +65,7 @@ def main():
         subprocess.run([program, "-", str(steps)] + args[2:], check=True, capture_output=True)
         return time.perf_counter() - started
     one = min(alone_run(1) for _ in range(3))
-    alone = alone_run(stops) - one
-    print("program alone: %.3f s for %d steps (%.2f ms a step)"
-          % (alone, stops - 1, 1e3 * alone / max(stops - 1, 1)))
+    alone_before = alone_run(stops) - one
 
     cli = os.path.join(build, "bin", "arraylens-cli")
     expr = "*(double(*)[%d][%d])u" % (rows, cols)
@@ -85,6 +92,12 @@ def main():
         sys.exit("the numpy baseline failed:\n%s\n%s" % (q.stdout[-2000:], q.stderr[-2000:]))
     base = float(line.split("seconds=")[1])
     traced = sum(1 for l in q.stdout.splitlines() if l.startswith("stop="))
+
+    alone_after = alone_run(stops) - one
+    alone = min(alone_before, alone_after)
+    print("program alone: %.3f s for %d steps (%.2f ms a step; %.3f s before the traced runs, "
+          "%.3f s after)" % (alone, stops - 1, 1e3 * alone / max(stops - 1, 1), alone_before,
+                            alone_after))
 
     floors = {}
     for mode in ("hook", "continue"):
