@@ -101,20 +101,34 @@ TraceSettings plate(bool overlap) {
     return s;
 }
 
+// One trace on each road: overlapping over MI, overlapping in gdb, and
+// every stop computed before the program goes on.
+struct Roads {
+    TraceRun overlapped, inGdb, stepwise;
+    QString why() const { return overlapped.why + inGdb.why + stepwise.why; }
+};
+
+Roads runRoads(TraceSettings settings) {
+    Roads out;
+    settings.overlap = true;
+    settings.inGdb = false;
+    out.overlapped = runTrace(settings, kArgs);
+    settings.inGdb = true;
+    out.inGdb = runTrace(settings, kArgs);
+    settings.inGdb = false;
+    settings.overlap = false;
+    out.stepwise = runTrace(settings, kArgs);
+    return out;
+}
+
 TEST(TraceOverlap, GivesTheLinesOfTheStopByStopRoad) {
     // To the program's end: 140 stops, the last ones with infinities and
     // NaN, and the closing line.
     TraceSettings filtered = plate(true);
     filtered.filter = QStringLiteral("$value > 1e-3 || $value == $nan");
-    const TraceRun overlapped = runTrace(filtered, kArgs);
-    filtered.inGdb = true;
-    const TraceRun inGdb = runTrace(filtered, kArgs);
-    filtered.inGdb = false;
-    filtered.overlap = false;
-    const TraceRun stepwise = runTrace(filtered, kArgs);
-    ASSERT_TRUE(inGdb.why.isEmpty()) << inGdb.why.toStdString();
-    ASSERT_TRUE(overlapped.why.isEmpty()) << overlapped.why.toStdString();
-    ASSERT_TRUE(stepwise.why.isEmpty()) << stepwise.why.toStdString();
+    const Roads roads = runRoads(filtered);
+    ASSERT_TRUE(roads.why().isEmpty()) << roads.why().toStdString();
+    const TraceRun &overlapped = roads.overlapped, &inGdb = roads.inGdb, &stepwise = roads.stepwise;
     EXPECT_EQ(overlapped.end, TraceService::End::Exited);
     EXPECT_EQ(stepwise.end, TraceService::End::Exited);
     ASSERT_EQ(overlapped.lines.size(), 141);
@@ -136,20 +150,14 @@ TEST(TraceOverlap, GivesTheLinesOfTheStopByStopRoad) {
 TEST(TraceOverlap, StopsAndConditionsLeaveTheProgramStopped) {
     TraceSettings some = plate(true);
     some.maxStops = 12;
-    const TraceRun overlapped = runTrace(some, kArgs);
-    some.inGdb = true;
-    const TraceRun inGdb = runTrace(some, kArgs);
-    some.inGdb = false;
-    some.overlap = false;
-    const TraceRun stepwise = runTrace(some, kArgs);
-    ASSERT_TRUE(inGdb.why.isEmpty()) << inGdb.why.toStdString();
+    const Roads roads = runRoads(some);
+    ASSERT_TRUE(roads.why().isEmpty()) << roads.why().toStdString();
+    const TraceRun &overlapped = roads.overlapped, &inGdb = roads.inGdb, &stepwise = roads.stepwise;
     EXPECT_EQ(inGdb.lines, stepwise.lines);
     EXPECT_EQ(inGdb.end, TraceService::End::Stops);
     // The first and the last are stops over MI.
     EXPECT_EQ(inGdb.inGdb, 10);
     EXPECT_EQ(inGdb.stateAfter, GdbSession::TargetState::Stopped);
-    ASSERT_TRUE(overlapped.why.isEmpty()) << overlapped.why.toStdString();
-    ASSERT_TRUE(stepwise.why.isEmpty()) << stepwise.why.toStdString();
     EXPECT_EQ(overlapped.end, TraceService::End::Stops);
     EXPECT_EQ(overlapped.lines.size(), 12);
     EXPECT_EQ(overlapped.lines, stepwise.lines);
