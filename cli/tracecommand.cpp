@@ -18,6 +18,8 @@ gdb::TraceSettings traceSettings(const Options& o) {
     s.stats = o.stats;
     s.until = o.until;
     s.maxStops = o.stops;
+    // No window follows the stops: those that need no MI are handled in gdb.
+    s.inGdb = true;
     return s;
 }
 

@@ -143,9 +143,10 @@ Fields infoFields(const RequestSnapshot& r, const ArrayFacts& facts,
 
 Fields statisticsFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size_t tileBytes,
                         const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
-                        const std::atomic<bool>* cancel) {
+                        const std::atomic<bool>* cancel, int threads) {
     arraylens::StatisticsOptions options;
     options.cancel = cancel;
+    options.threads = threads;
     options.tileBytes = tileBytes;
     auto stats = arraylens::computeStatistics(array, reader, r.slice.toStdString(),
                                               r.filter.toStdString(), options);
@@ -428,12 +429,12 @@ Fields performRequest(GdbSession& session, const RequestSnapshot& request,
 
 Fields computeFields(const RequestSnapshot& request, const ArrayFacts& facts,
                      const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
-                     std::size_t tileBytes, const std::atomic<bool>* cancel) {
+                     std::size_t tileBytes, const std::atomic<bool>* cancel, int threads) {
     switch (request.operation) {
     case Operation::ArrayInfo:
         return infoFields(request, facts, array);
     case Operation::Statistics:
-        return statisticsFields(request, facts, tileBytes, array, reader, cancel);
+        return statisticsFields(request, facts, tileBytes, array, reader, cancel, threads);
     case Operation::Table:
         return tableFields(request, facts, tileBytes, array, reader, cancel);
     case Operation::Plot:

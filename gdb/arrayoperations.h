@@ -94,9 +94,10 @@ private:
 };
 
 // The answer to a request about an array already described: reads through
-// `reader` and computes with the engine (information reads nothing).
+// `reader` and computes with the engine (information reads nothing), on
+// `threads` threads (0: one per core).
 Fields computeFields(const RequestSnapshot& request, const ArrayFacts& facts,
                      const arraylens::ArrayDescriptor& array, arraylens::Reader& reader,
-                     std::size_t tileBytes, const std::atomic<bool>* cancel);
+                     std::size_t tileBytes, const std::atomic<bool>* cancel, int threads = 0);
 
 } // namespace arraylens::gdb

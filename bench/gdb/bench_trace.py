@@ -3,12 +3,33 @@
 gdb Python script that does the same with read_memory and numpy.
 
 The program is example_blowup on a 1000 x 1000 plate with a stable time
-step, stopping after every step. Three runs in the same session: the program alone (its own time for
-the steps), arraylens-cli trace --stops N (the time from the first stop to
-the last line, from --timings), and gdb with trace_numpy.py (the same span,
-timed by the script). The figure that counts is the time per stop beyond
-the program's own run: (span - program's time) / stops. Targets: at most
-20 ms per stop, and at least 20 times faster than the script.
+step, stopping after every step. Runs in the same session: the program
+alone (its own time for the steps), arraylens-cli trace --stops N (the time
+from the first stop to the last line, from --timings), gdb with
+trace_numpy.py (the same span, timed by the script), and the two floors of
+trace_floor.py, which do no work at a stop at all: a breakpoint whose
+Python stop hook lets the program go on at once (gdb's own cost of a hit,
+and what being stopped costs the program: after each stop its own steps
+run slower, from cold caches and TLB), and a stop and continue as gdb
+reports one. The figure that counts is the time per stop beyond the
+program's own run: (span - program's time) / stops. Targets: at most 20 ms
+per stop, and at least 20 times faster than the script. The hook floor
+bounds the second: no tool that stops the program can be more than
+(script's cost / floor's cost) times faster than the script.
+
+arraylens-cli overlaps: at each stop it copies the plate out of the stopped
+program, lets it go on, and computes the statistics on the copy while the
+program runs its next step (on the other core). All stops but the first and
+the last are handled inside gdb: a breakpoint condition hands the stop's
+frame and the describer's line to arraylens-cli over a local socket and
+lets the program go on once the plate is copied, with no MI stop, continue
+or describe. The lines are the same as those of a trace that computes each
+stop before it continues (gdb.TraceOverlap checks it). The script's work is
+the same as ever: read_memory, sixteen statistics with numpy, continue.
+
+The program's own time is taken before the traced runs and once more after
+them, and the smaller is used: on a shared machine a run that happens to
+be slow would otherwise be credited to the stops.
 
 Usage: bench_trace.py BUILD_DIR [STOPS] [ROWS COLS]
 """
@@ -44,9 +65,7 @@ def main():
         subprocess.run([program, "-", str(steps)] + args[2:], check=True, capture_output=True)
         return time.perf_counter() - started
     one = min(alone_run(1) for _ in range(3))
-    alone = alone_run(stops) - one
-    print("program alone: %.3f s for %d steps (%.2f ms a step)"
-          % (alone, stops - 1, 1e3 * alone / max(stops - 1, 1)))
+    alone_before = alone_run(stops) - one
 
     cli = os.path.join(build, "bin", "arraylens-cli")
     expr = "*(double(*)[%d][%d])u" % (rows, cols)
@@ -74,7 +93,28 @@ def main():
     base = float(line.split("seconds=")[1])
     traced = sum(1 for l in q.stdout.splitlines() if l.startswith("stop="))
 
-    # The program ran its steps inside both spans; what is left is the cost
+    alone_after = alone_run(stops) - one
+    alone = min(alone_before, alone_after)
+    print("program alone: %.3f s for %d steps (%.2f ms a step; %.3f s before the traced runs, "
+          "%.3f s after)" % (alone, stops - 1, 1e3 * alone / max(stops - 1, 1), alone_before,
+                            alone_after))
+
+    floors = {}
+    for mode in ("hook", "continue"):
+        env = dict(os.environ, LOCATION=location, STOPS=str(stops), MODE=mode)
+        f = subprocess.run(["gdb", "-q", "-nx", "-batch", "-ex", "set confirm off",
+                            "-ex", "set pagination off",
+                            "-ex", "python exec(open(%r).read())"
+                            % os.path.join(HERE, "trace_floor.py"),
+                            "-ex", "kill", "--args", program] + args,
+                           capture_output=True, text=True, timeout=3600, env=env)
+        fl = next((l for l in f.stdout.splitlines() if l.startswith("floor: ")), None)
+        if fl is None:
+            sys.exit("the %s floor failed:\n%s\n%s" % (mode, f.stdout[-2000:], f.stderr[-2000:]))
+        n = int(re.search(r"stops=(\d+)", fl).group(1))
+        floors[mode] = (float(fl.split("seconds=")[1]) - alone) / max(n - 1, 1)
+
+    # The program ran its steps inside every span; what is left is the cost
     # of the stops.
     per_ours = (ours - alone) / stops
     per_base = (base - alone) / stops
@@ -82,8 +122,15 @@ def main():
           "%.2f ms a stop beyond the program" % (ours, 1e3 * per_ours))
     print("gdb + numpy (%d stops): %.3f s, %.2f ms a stop beyond the program"
           % (traced, base, 1e3 * per_base))
+    print("floor, a Python stop hook that goes on at once: %.2f ms a stop beyond the program"
+          % (1e3 * floors["hook"]))
+    print("floor, gdb stop and continue doing nothing: %.2f ms a stop beyond the program"
+          % (1e3 * floors["continue"]))
     ratio = per_base / per_ours if per_ours > 0 else float("inf")
     print("ratio per stop (gdb + numpy) / arraylens-cli: %.1fx" % ratio)
+    if floors["hook"] > 0:
+        print("the most any stopping tool could reach against the script: %.1fx "
+              "(gdb + numpy / hook floor)" % (per_base / floors["hook"]))
     print("target at most 20 ms a stop: %s; target at least 20x: %s"
           % ("met" if per_ours <= 0.020 else "NOT met", "met" if ratio >= 20 else "NOT met"))
 

@@ -516,6 +516,11 @@ def describe(hex_text, layout=True, cast_hex=""):
     """Prints the facts of the expression whose UTF-8 bytes `hex_text` holds
     as one marked JSON line. With `cast_hex` (a C element type, in the same
     hexadecimal) the facts also hold that type's resolved text and size."""
+    gdb.write(facts_line(hex_text, layout, cast_hex))
+
+
+def facts_line(hex_text, layout=True, cast_hex=""):
+    """The line describe() prints, for callers inside gdb's own Python."""
     language = ""
     try:
         language = gdb.current_language()
@@ -534,4 +539,4 @@ def describe(hex_text, layout=True, cast_hex=""):
         facts = {"error": "The describer failed: %s: %s" % (type(error).__name__, error),
                  "kind": "gdb"}
     facts.setdefault("language", language)
-    gdb.write(MARKER + json.dumps(facts) + "\n")
+    return MARKER + json.dumps(facts) + "\n"
