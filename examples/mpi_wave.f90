@@ -133,7 +133,7 @@ program mpi_wave
     use wave_solver
     use arraylens_stop
     implicit none
-    character(len=4096) :: prefix, arg
+    character(len=4096) :: prefix
     integer :: steps, report, step
     real(dp) :: local_energy, energy
 
@@ -143,28 +143,11 @@ program mpi_wave
     call MPI_Comm_size(comm, nranks)
 
     prefix = 'mpi_wave'
-    nx = 48
-    ny = 40
-    steps = 20
-    report = 10
     if (command_argument_count() >= 1) call get_command_argument(1, prefix)
-    if (command_argument_count() >= 2) then
-        call get_command_argument(2, arg)
-        read (arg, *) nx
-    end if
-    if (command_argument_count() >= 3) then
-        call get_command_argument(3, arg)
-        read (arg, *) ny
-    end if
-    if (command_argument_count() >= 4) then
-        call get_command_argument(4, arg)
-        read (arg, *) steps
-    end if
-    if (command_argument_count() >= 5) then
-        call get_command_argument(5, arg)
-        read (arg, *) report
-    end if
-    report = max(report, 1)
+    nx = int_argument(2, 48)
+    ny = int_argument(3, 40)
+    steps = int_argument(4, 20)
+    report = max(int_argument(5, 10), 1)
     if (ny < nranks) then
         if (rank == 0) write (0, '(a,i0,a,i0,a)') 'mpi_wave: ', ny, ' columns cannot be shared by ', &
             nranks, ' ranks'
@@ -186,4 +169,17 @@ program mpi_wave
 
     deallocate (u, u_old, u_new)
     call MPI_Finalize()
+
+contains
+
+    ! The n-th command argument as an integer; `default` when there is none.
+    integer function int_argument(n, default)
+        integer, intent(in) :: n, default
+        character(len=32) :: arg
+        int_argument = default
+        if (command_argument_count() < n) return
+        call get_command_argument(n, arg)
+        read (arg, *) int_argument
+    end function int_argument
+
 end program mpi_wave

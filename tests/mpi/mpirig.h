@@ -254,4 +254,22 @@ public:
     int size = 0;
 };
 
+// A test suite whose checks share one job: Derived::start(rig) launches it
+// once, before the suite's first test.
+template <class Derived> class JobSuite : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        rig = new JobRig;
+        launched = Derived::start(*rig);
+    }
+    static void TearDownTestSuite() {
+        delete rig;
+        rig = nullptr;
+    }
+    void SetUp() override { ASSERT_TRUE(launched) << rig->error.toStdString(); }
+
+    static inline JobRig* rig = nullptr;
+    static inline bool launched = false;
+};
+
 } // namespace mpitest

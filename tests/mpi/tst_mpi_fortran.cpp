@@ -72,6 +72,14 @@ QString boundsText(qint64 lo, qint64 hi) {
     return QStringLiteral("%1:%2").arg(lo).arg(hi);
 }
 
+// The solver on NY columns, stopped at its first report, after 10 steps.
+bool launchWave(JobRig& rig, int ranks, int ny) {
+    return rig.launchProgram(ranks, QStringLiteral("example_mpi_wave"),
+                             {rig.prefix, QString::number(kNx), QString::number(ny),
+                              QStringLiteral("20"), QStringLiteral("10")},
+                             QStringLiteral("mpi_wave.report"));
+}
+
 // The cells of a table answer against one slab.
 void expectPlane(const QVariantMap& table, const Slab& slab) {
     ASSERT_EQ(table.value("result").toString(), QStringLiteral("done"))
@@ -94,21 +102,13 @@ void expectPlane(const QVariantMap& table, const Slab& slab) {
 
 // Every rank's slab of one shape, stacked: `u` has the process dimension
 // last.
-template <int Ranks> class EvenSlabs : public ::testing::Test {
+template <int Ranks> class EvenSlabs : public JobSuite<EvenSlabs<Ranks>> {
+public:
+    // 24 columns shared evenly.
+    static bool start(JobRig& rig) { return launchWave(rig, Ranks, 24); }
+
 protected:
-    static void SetUpTestSuite() {
-        rig = new JobRig;
-        // 24 columns shared evenly; the first report, after 10 steps.
-        launched = rig->launchProgram(Ranks, QStringLiteral("example_mpi_wave"),
-                                      {rig->prefix, QString::number(kNx), QStringLiteral("24"),
-                                       QStringLiteral("20"), QStringLiteral("10")},
-                                      QStringLiteral("mpi_wave.report"));
-    }
-    static void TearDownTestSuite() {
-        delete rig;
-        rig = nullptr;
-    }
-    void SetUp() override { ASSERT_TRUE(launched) << rig->error.toStdString(); }
+    using JobSuite<EvenSlabs<Ranks>>::rig;
 
     void checkInformation(const std::vector<Slab>& slabs) {
         const QVariantMap info = rig->request(Operation::ArrayInfo, kSlab);
@@ -139,36 +139,16 @@ protected:
                     out.push_back(rank.at(i, j));
         return out;
     }
-
-    static JobRig* rig;
-    static bool launched;
 };
-template <int Ranks> JobRig* EvenSlabs<Ranks>::rig = nullptr;
-template <int Ranks> bool EvenSlabs<Ranks>::launched = false;
 
 using TwoEvenSlabs = EvenSlabs<2>;
 using FourEvenSlabs = EvenSlabs<4>;
 
 // Slabs of different widths: 25 columns over 3 ranks are 9, 8 and 8.
-class UnevenSlabs : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        rig = new JobRig;
-        launched = rig->launchProgram(3, QStringLiteral("example_mpi_wave"),
-                                      {rig->prefix, QString::number(kNx), QStringLiteral("25"),
-                                       QStringLiteral("20"), QStringLiteral("10")},
-                                      QStringLiteral("mpi_wave.report"));
-    }
-    static void TearDownTestSuite() {
-        delete rig;
-        rig = nullptr;
-    }
-    void SetUp() override { ASSERT_TRUE(launched) << rig->error.toStdString(); }
-    static JobRig* rig;
-    static bool launched;
+class UnevenSlabs : public JobSuite<UnevenSlabs> {
+public:
+    static bool start(JobRig& rig) { return launchWave(rig, 3, 25); }
 };
-JobRig* UnevenSlabs::rig = nullptr;
-bool UnevenSlabs::launched = false;
 
 } // namespace
 
