@@ -134,6 +134,11 @@ void GdbSession::readTerminal() {
     }
 }
 
+void GdbSession::drainTerminal() {
+    if (ptyMaster_ >= 0)
+        readTerminal();
+}
+
 bool GdbSession::start(const QString& program, const QStringList& programArgs, QString* error) {
     if (process_) {
         if (error)

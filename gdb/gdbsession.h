@@ -143,6 +143,10 @@ public:
     void setKillDebuggeeWithGdb(bool kill) { killDebuggee_ = kill; }
     // The pty the debuggee writes to (empty without one).
     QString inferiorTerminalPath() const { return ptyPath_; }
+    // Reads what the debuggee's terminal holds now (inferiorOutput), without
+    // waiting for its notifier: gdb may report the debuggee's exit before
+    // the event loop has read its last lines. On the session's thread.
+    void drainTerminal();
     // What gdb said on its own before it answered the first command: why it
     // could not load the program, for one. Read on the session's thread.
     QString startupText() const { return startupText_; }

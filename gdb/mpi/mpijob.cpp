@@ -167,6 +167,31 @@ QString MpiJob::abortWords() const {
     return m.hasMatch() ? m.captured(0).simplified() : QString();
 }
 
+bool MpiJob::abortNoticeComplete() const {
+    // Both lines, each ended: the terminal may hand them over in pieces.
+    static const QRegularExpression re(
+        QStringLiteral("MPI_ABORT was invoked on rank [^\\n]*\\n\\s*with errorcode [^\\n]*\\n"));
+    return re.match(QString::fromLocal8Bit(output_)).hasMatch();
+}
+
+void MpiJob::awaitLauncherWords(bool jobEnds) {
+    if (!launcher_)
+        return;
+    // A rank that ended with an error code or a signal makes the launcher
+    // end the whole job and say why; it notices the rank's end later than
+    // the rank's gdb does, and on a loaded machine that can take seconds.
+    // Otherwise it has nothing to say soon, and a short look is enough.
+    waitWithEventLoop(
+        [&] {
+            return abortNoticeComplete() || !launcher_->isAlive() ||
+                   launcher_->targetState() != State::Running;
+        },
+        jobEnds ? kLauncherEndMs : 3000);
+    // gdb may report the launcher's exit before its terminal's last lines
+    // were read.
+    launcher_->drainTerminal();
+}
+
 bool MpiJob::startLauncher(int count, const QString& program, const QStringList& args,
                            QString& error) {
     QString mpirun = options_.mpirun;
@@ -571,14 +596,14 @@ bool MpiJob::continueAll(int timeoutMs, QString& error) {
     }
     if (!exited.isEmpty() || !signalled.isEmpty()) {
         // The launcher's words on why (MPI_Abort) come through its terminal
-        // a moment after the ranks are gone.
-        if (launcher_)
-            waitWithEventLoop(
-                [&] {
-                    return !abortWords().isEmpty() || !launcher_->isAlive() ||
-                           launcher_->targetState() != State::Running;
-                },
-                3000);
+        // after the ranks are gone.
+        bool jobEnds = false;
+        for (int r : exited) {
+            const QString& how = ranks_[std::size_t(r)].exitText;
+            jobEnds = jobEnds || (!how.isEmpty() && how != QLatin1String("exited") &&
+                                  how != QLatin1String("exited with code 0"));
+        }
+        awaitLauncherWords(jobEnds);
         QStringList what;
         for (Rank& r : ranks_) {
             if (exited.contains(r.rank))

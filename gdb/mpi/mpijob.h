@@ -52,6 +52,10 @@ public:
         QString stopSignal;
     };
 
+    // How long a job whose rank ended in error may take to be ended by its
+    // launcher, which then says why.
+    static constexpr int kLauncherEndMs = 20000;
+
     explicit MpiJob(Options options, QObject* parent = nullptr);
     // Ends the job as end() does.
     ~MpiJob() override;
@@ -99,6 +103,10 @@ private:
     void watch(Rank& rank);
     QString whereIs(Rank& rank);
     QString abortWords() const;
+    bool abortNoticeComplete() const;
+    // Waits until the launcher has said why the job ends (or has ended),
+    // then reads what its terminal still holds.
+    void awaitLauncherWords(bool jobEnds);
 
     Options options_;
     std::unique_ptr<GdbSession> launcher_;

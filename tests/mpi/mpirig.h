@@ -170,11 +170,17 @@ public:
     // mpirun -np N mpi_heat PREFIX NY STEPS REPORT, stopped at `stop`.
     bool launch(int ranks, int ny, const QString& stop = QStringLiteral("mpi_heat.report"),
                 int timeoutMs = 120000, int steps = 100, int report = 50) {
+        return launchProgram(
+            ranks, QStringLiteral("example_mpi_heat"),
+            {prefix, QString::number(ny), QString::number(steps), QString::number(report)}, stop,
+            timeoutMs);
+    }
+
+    // mpirun -np N EXAMPLE ARGS, stopped in every rank at `stop`.
+    bool launchProgram(int ranks, const QString& example, const QStringList& args,
+                       const QString& stop, int timeoutMs = 120000) {
         size = ranks;
-        if (!job->launch(
-                ranks, examples::program(QStringLiteral("example_mpi_heat")),
-                {prefix, QString::number(ny), QString::number(steps), QString::number(report)},
-                error))
+        if (!job->launch(ranks, examples::program(example), args, error))
             return false;
         pids.clear();
         for (int r = 0; r < job->size(); ++r)
@@ -246,6 +252,24 @@ public:
     std::unique_ptr<MpiJob> job;
     QVector<qint64> pids;
     int size = 0;
+};
+
+// A test suite whose checks share one job: Derived::start(rig) launches it
+// once, before the suite's first test.
+template <class Derived> class JobSuite : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        rig = new JobRig;
+        launched = Derived::start(*rig);
+    }
+    static void TearDownTestSuite() {
+        delete rig;
+        rig = nullptr;
+    }
+    void SetUp() override { ASSERT_TRUE(launched) << rig->error.toStdString(); }
+
+    static inline JobRig* rig = nullptr;
+    static inline bool launched = false;
 };
 
 } // namespace mpitest

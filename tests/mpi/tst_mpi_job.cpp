@@ -10,18 +10,13 @@ namespace {
 
 const QString kBand = QStringLiteral("u[1]@nloc");
 
-template <int Ranks> class EqualBands : public ::testing::Test {
+template <int Ranks> class EqualBands : public JobSuite<EqualBands<Ranks>> {
+public:
+    // 48 rows split evenly over 1, 2 and 4 ranks.
+    static bool start(JobRig& rig) { return rig.launch(Ranks, 48); }
+
 protected:
-    static void SetUpTestSuite() {
-        rig = new JobRig;
-        // 48 rows split evenly over 1, 2 and 4 ranks.
-        launched = rig->launch(Ranks, 48);
-    }
-    static void TearDownTestSuite() {
-        delete rig;
-        rig = nullptr;
-    }
-    void SetUp() override { ASSERT_TRUE(launched) << rig->error.toStdString(); }
+    using JobSuite<EqualBands<Ranks>>::rig;
 
     // Every check of one job, each against the files.
     void checkAll() {
@@ -92,12 +87,7 @@ protected:
                 << table.value("Slice").toString().toStdString();
         }
     }
-
-    static JobRig* rig;
-    static bool launched;
 };
-template <int Ranks> JobRig* EqualBands<Ranks>::rig = nullptr;
-template <int Ranks> bool EqualBands<Ranks>::launched = false;
 
 using OneRank = EqualBands<1>;
 using TwoRanks = EqualBands<2>;
@@ -146,22 +136,10 @@ TEST_F(FourRanks, FourOperationsOverTheProcessDimensionARankAndASubset) {
 namespace {
 
 // 50 rows over 4 ranks: bands of 13, 13, 12 and 12 rows.
-class UnequalBands : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        rig = new JobRig;
-        launched = rig->launch(4, 50);
-    }
-    static void TearDownTestSuite() {
-        delete rig;
-        rig = nullptr;
-    }
-    void SetUp() override { ASSERT_TRUE(launched) << rig->error.toStdString(); }
-    static JobRig* rig;
-    static bool launched;
+class UnequalBands : public JobSuite<UnequalBands> {
+public:
+    static bool start(JobRig& rig) { return rig.launch(4, 50); }
 };
-JobRig* UnequalBands::rig = nullptr;
-bool UnequalBands::launched = false;
 
 } // namespace
 
