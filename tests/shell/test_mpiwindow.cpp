@@ -1,0 +1,162 @@
+// The window on an MPI job of the heat solver: two ranks (oversubscribed),
+// every rank under a real gdb, one job for all the checks. Expected numbers
+// come from the bands the ranks wrote to their own reference files.
+#include "mpi/mpirig.h"
+#include "shellrig.h"
+
+#include "mpidebugger.h"
+
+#include <QAction>
+#include <QTreeWidget>
+
+using namespace shelltest;
+
+namespace {
+
+const QString kStats = QStringLiteral("ArrayStatisticsRequest");
+const QString kBand = QStringLiteral("u[1]@nloc");
+
+QTreeWidgetItem* rankItem(QTreeWidget* list, const QString& text) {
+    for (int i = 0; i < list->topLevelItemCount(); ++i)
+        if (list->topLevelItem(i)->text(0) == text)
+            return list->topLevelItem(i);
+    return nullptr;
+}
+
+// The statistics on show against what the values give.
+void expectShown(const QMap<QString, QString>& shown, const std::vector<double>& values) {
+    ASSERT_FALSE(shown.isEmpty()) << "no statistics on show";
+    const mpitest::Expected e = mpitest::expectedOf(values);
+    EXPECT_EQ(shown.value("Count").toULongLong(), e.count);
+    const QList<QPair<QString, double>> pairs = {
+        {"Sum", e.sum},       {"Minimum", e.min},       {"Maximum", e.max},
+        {"Median", e.median}, {"First Quartile", e.q1}, {"Third Quartile", e.q3},
+    };
+    for (const auto& p : pairs)
+        EXPECT_TRUE(near(shown.value(p.first).toDouble(), p.second))
+            << qPrintable(p.first) << ": shown " << qPrintable(shown.value(p.first))
+            << ", the ranks wrote " << p.second;
+}
+
+// The step a rank's reference file is of.
+int stepOf(const QString& prefix, int rank) {
+    QFile f(QStringLiteral("%1.rank%2").arg(prefix).arg(rank));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray first = f.readLine().trimmed();
+    return first.startsWith("step=") ? first.mid(5).toInt() : -1;
+}
+
+TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
+    ShellRig rig;
+    const QString prefix = rig.dir.filePath(QStringLiteral("band"));
+    shell::Options o;
+    o.mpiRanks = 2;
+    o.program = exampleProgram(QStringLiteral("example_mpi_heat"));
+    // 48 rows, 100 steps, a stop every 50.
+    o.programArgs =
+        QStringList{prefix, QStringLiteral("48"), QStringLiteral("100"), QStringLiteral("50")};
+    o.breaks = QStringList{breakLocation(QStringLiteral("mpi_heat.report"))};
+    o.stopTimeoutMs = 120000;
+    ASSERT_TRUE(rig.start(o));
+    arraylens::gdb::MpiJob* job = rig.window->mpiJob();
+    ASSERT_NE(job, nullptr);
+    ASSERT_EQ(job->size(), 2);
+    QVector<qint64> pids{job->launcherPid(), job->rank(0).pid, job->rank(1).pid};
+    pids << job->gdbPids();
+    for (qint64 pid : pids)
+        EXPECT_TRUE(mpitest::alive(pid)) << pid;
+    EXPECT_EQ(stepOf(prefix, 0), 50);
+    EXPECT_EQ(stepOf(prefix, 1), 50);
+
+    // The rank list beside the threads: all ranks, then each rank.
+    QTreeWidget* ranks = rig.window->rankList();
+    ASSERT_NE(ranks, nullptr);
+    ASSERT_EQ(ranks->topLevelItemCount(), 3);
+    EXPECT_EQ(ranks->topLevelItem(0)->text(0), "all ranks");
+    EXPECT_EQ(ranks->topLevelItem(0)->text(1), "threads, stack and locals of rank 0");
+    EXPECT_EQ(ranks->topLevelItem(1)->text(0), "rank 0");
+    EXPECT_EQ(ranks->topLevelItem(2)->text(0), "rank 1");
+    EXPECT_EQ(ranks->currentItem(), ranks->topLevelItem(0));
+    auto* tabs = rig.window->findChild<QTabWidget*>("ToolTabs");
+    ASSERT_NE(tabs, nullptr);
+    EXPECT_EQ(tabs->indexOf(ranks),
+              tabs->indexOf(rig.window->findChild<QWidget*>("ThreadList")) + 1);
+    EXPECT_TRUE(rig.window->statusText().startsWith("All 2 ranks stopped."))
+        << qPrintable(rig.window->statusText());
+
+    // All ranks: the statistics cover both bands.
+    const std::vector<double> band0 = mpitest::readBand(prefix, 0).values;
+    const std::vector<double> band1 = mpitest::readBand(prefix, 1).values;
+    ASSERT_EQ(band0.size(), std::size_t(24 * 64));
+    ASSERT_EQ(band1.size(), std::size_t(24 * 64));
+    std::vector<double> both = band0;
+    both.insert(both.end(), band1.begin(), band1.end());
+    ASSERT_TRUE(rig.window->typeIntoArrayLens(kBand));
+    ASSERT_TRUE(rig.waitForAnswer(kStats, 0));
+    EXPECT_EQ(rig.statistics().value("Count").toULongLong(), band0.size() + band1.size());
+    expectShown(rig.statistics(), both);
+
+    // Rank 1 chosen: the held expression is evaluated anew there, and
+    // Update shows that rank's band alone; the lists are rank 1's.
+    auto* update = rig.window->findChild<QAction*>("UpdateAction");
+    ASSERT_NE(update, nullptr);
+    EXPECT_FALSE(update->isEnabled());
+    emit ranks->itemClicked(rankItem(ranks, "rank 1"), 0);
+    EXPECT_EQ(rig.window->mpiDebugger()->selection(), QVector<int>{1});
+    EXPECT_EQ(rig.window->session(), job->session(1));
+    ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 20000));
+    int before = rig.answerCount(kStats);
+    update->trigger();
+    ASSERT_TRUE(rig.waitForAnswer(kStats, before));
+    expectShown(rig.statistics(), band1);
+    ASSERT_TRUE(waitFor([&] { return rig.window->listsCurrent(); }));
+    auto* threads = rig.window->findChild<QTreeWidget*>("ThreadList");
+    ASSERT_GE(threads->topLevelItemCount(), 1);
+    EXPECT_EQ(threads->topLevelItem(0)->text(0),
+              QStringLiteral("Process %1").arg(job->rank(1).pid));
+
+    // Back to all ranks, then Continue: every rank runs to its next report,
+    // and Update shows the numbers they wrote there.
+    emit ranks->itemClicked(rankItem(ranks, "all ranks"), 0);
+    EXPECT_EQ(rig.window->mpiDebugger()->selection(), (QVector<int>{0, 1}));
+    EXPECT_EQ(rig.window->session(), job->session(0));
+    ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 20000));
+    auto* cont = rig.window->findChild<QAction*>("continueAction");
+    ASSERT_TRUE(cont->isEnabled());
+    EXPECT_FALSE(rig.window->findChild<QAction*>("runAction")->isEnabled());
+    EXPECT_FALSE(rig.window->findChild<QAction*>("killAction")->isEnabled());
+    const int stops = rig.window->stopCount();
+    cont->trigger();
+    ASSERT_TRUE(rig.waitForStops(stops + 1));
+    EXPECT_EQ(stepOf(prefix, 0), 100);
+    EXPECT_EQ(stepOf(prefix, 1), 100);
+    std::vector<double> later = mpitest::readBand(prefix, 0).values;
+    const std::vector<double> later1 = mpitest::readBand(prefix, 1).values;
+    later.insert(later.end(), later1.begin(), later1.end());
+    ASSERT_NE(later, both);
+    ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 20000));
+    before = rig.answerCount(kStats);
+    update->trigger();
+    ASSERT_TRUE(rig.waitForAnswer(kStats, before));
+    expectShown(rig.statistics(), later);
+
+    // Closing the window ends the ranks, their gdbs and mpirun.
+    rig.window->close();
+    rig.window.reset();
+    const bool gone = waitFor(
+        [&] {
+            for (qint64 pid : pids)
+                if (mpitest::alive(pid))
+                    return false;
+            return true;
+        },
+        15000);
+    QString left;
+    for (qint64 pid : pids)
+        if (mpitest::alive(pid))
+            left += QString::number(pid) + QLatin1Char(' ');
+    EXPECT_TRUE(gone) << "left running: " << qPrintable(left);
+}
+
+} // namespace
