@@ -103,7 +103,12 @@ DebuggerWindow::~DebuggerWindow() {
     backend_.reset();
     if (job_) {
         // Launched ranks, their gdbs and mpirun end here; an attached job's
-        // ranks are let go and run on.
+        // ranks are let go and run on. The window, half gone, hears nothing
+        // of it.
+        job_->disconnect(this);
+        for (int r = 0; r < job_->size(); ++r)
+            if (GdbSession* s = job_->session(r))
+                s->disconnect(this);
         job_->end();
         job_.reset();
     } else if (session_) {

@@ -69,7 +69,6 @@ bool DebuggerWindow::startMpi(QString* error) {
     auto* mpi = new MpiDebugger(job_.get());
     if (!chosen.isEmpty())
         mpi->select(chosen);
-    mpi->setContextManager(&core_->contexts);
     installDebugger(QSharedPointer<IHVDebugger>(mpi));
     gdbDebugger_ = mpi->focusDebugger();
     connectSession(job_->session(mpi->focusRank()));
@@ -88,6 +87,8 @@ bool DebuggerWindow::startMpi(QString* error) {
         return false;
     }
     core_->theme.setTheme(core_->theme.getThemeName());
+    // The view hears the debugger become connected (the gdbs are up by now).
+    mpi->setContextManager(&core_->contexts);
     const QString program =
         job_->size() > 0 ? QFileInfo(job_->rank(0).executable).fileName() : QString();
     setWindowTitle(QStringLiteral("Array Lens - %1 (%2 ranks)").arg(program).arg(job_->size()));

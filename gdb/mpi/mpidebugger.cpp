@@ -48,9 +48,30 @@ QFuture<QSharedPointer<QObject>> MpiDebugger::sendRequest(HVDWPRequest request) 
     QVector<RankTarget> set;
     for (int r : selection_)
         set.push_back({r, job_->session(r)});
-    return focusDebugger()->sendRequest(std::move(request), [set](const RequestSnapshot& snapshot,
-                                                                  const std::atomic<bool>* cancel) {
-        return performProcessSetRequest(set, snapshot, cancel);
+    auto wholes = wholes_;
+    const QVector<int> chosen = selection_;
+    return focusDebugger()->sendRequest(std::move(request), [set, wholes, chosen](
+                                                                const RequestSnapshot& snapshot,
+                                                                const std::atomic<bool>* cancel) {
+        RequestSnapshot request = snapshot;
+        {
+            // The view keeps the whole array of the set it last saw as
+            // the expression's slice; a set of another shape (with or
+            // without the process dimension) reads it as its own whole
+            // array. Any other slice is taken as it stands.
+            std::lock_guard<std::mutex> lock(wholes->mutex);
+            const auto it = wholes->byExpression.constFind(request.expression);
+            if (it != wholes->byExpression.constEnd() && it->ranks != chosen &&
+                !request.slice.isEmpty() && request.slice == it->slice)
+                request.slice.clear();
+        }
+        Fields fields = performProcessSetRequest(set, request, cancel);
+        for (const auto& field : fields)
+            if (field.first == "EmptySlice" && !field.second.toString().isEmpty()) {
+                std::lock_guard<std::mutex> lock(wholes->mutex);
+                wholes->byExpression.insert(request.expression, {chosen, field.second.toString()});
+            }
+        return fields;
     });
 }
 

@@ -20,7 +20,10 @@
 #include <QPointer>
 #include <QVector>
 
+#include <QHash>
+
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace arraylens::gdb {
@@ -68,6 +71,17 @@ private:
     std::vector<std::unique_ptr<GdbDebugger>> ranks_;
     QVector<int> selection_;
     QPointer<NQ::IContextManager> contexts_;
+    // The whole array of each expression as the last set that answered for
+    // it saw it ("[0:1][0:23][0:63]"), written by the request workers.
+    struct Whole {
+        QVector<int> ranks;
+        QString slice;
+    };
+    struct Wholes {
+        std::mutex mutex;
+        QHash<QString, Whole> byExpression;
+    };
+    std::shared_ptr<Wholes> wholes_ = std::make_shared<Wholes>();
     // The focus rank's stop, held while the ranks run together.
     AsyncRecord heldStop_;
     bool haveHeldStop_ = false;

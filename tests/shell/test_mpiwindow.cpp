@@ -93,7 +93,7 @@ TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
     std::vector<double> both = band0;
     both.insert(both.end(), band1.begin(), band1.end());
     ASSERT_TRUE(rig.window->typeIntoArrayLens(kBand));
-    ASSERT_TRUE(rig.waitForAnswer(kStats, 0));
+    ASSERT_TRUE(rig.waitForAnswer(kStats, 0)) << qPrintable(rig.window->statusText());
     EXPECT_EQ(rig.statistics().value("Count").toULongLong(), band0.size() + band1.size());
     expectShown(rig.statistics(), both);
 
@@ -107,8 +107,14 @@ TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
     EXPECT_EQ(rig.window->session(), job->session(1));
     ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 20000));
     int before = rig.answerCount(kStats);
+    QSharedPointer<QObject> answer;
+    QObject::connect(rig.window->debugger(), &shell::ObservedDebugger::answered,
+                     [&](const QString&, const QSharedPointer<QObject>& bag) { answer = bag; });
     update->trigger();
     ASSERT_TRUE(rig.waitForAnswer(kStats, before));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->property("result").toString(), "done")
+        << qPrintable(answer->property("msg").toString());
     expectShown(rig.statistics(), band1);
     ASSERT_TRUE(waitFor([&] { return rig.window->listsCurrent(); }));
     auto* threads = rig.window->findChild<QTreeWidget*>("ThreadList");
