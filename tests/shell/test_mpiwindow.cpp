@@ -147,6 +147,32 @@ TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
     ASSERT_TRUE(rig.waitForAnswer(kStats, before));
     expectShown(rig.statistics(), later);
 
+    // Next steps every rank over the report line, together.
+    auto* source = rig.window->findChild<QWidget*>("SourcePane");
+    ASSERT_NE(source, nullptr);
+    const int reportLine = source->property("currentLine").toInt();
+    EXPECT_EQ(QStringLiteral("%1").arg(reportLine),
+              breakLocation(QStringLiteral("mpi_heat.report")).section(QLatin1Char(':'), -1));
+    auto* next = rig.window->findChild<QAction*>("nextAction");
+    ASSERT_TRUE(next->isEnabled());
+    next->trigger();
+    ASSERT_TRUE(rig.waitForStops(stops + 2));
+    EXPECT_EQ(source->property("currentLine").toInt(), reportLine + 1);
+    EXPECT_TRUE(rig.window->statusText().startsWith("All 2 ranks stopped."))
+        << qPrintable(rig.window->statusText());
+    EXPECT_TRUE(rig.window->mpiDebugger()->allStopped());
+
+    // On past the last report the ranks end: the window says so, and the
+    // run controls are off.
+    ASSERT_TRUE(cont->isEnabled());
+    cont->trigger();
+    // (gdb gives no code for a normal exit.)
+    EXPECT_EQ(rig.window->statusText(),
+              "Not every rank reached the breakpoint: rank 0 exited, rank 1 exited.")
+        << qPrintable(rig.window->statusText());
+    EXPECT_FALSE(cont->isEnabled());
+    EXPECT_FALSE(next->isEnabled());
+
     // Closing the window ends the ranks, their gdbs and mpirun.
     rig.window->close();
     rig.window.reset();
