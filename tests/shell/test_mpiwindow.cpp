@@ -7,6 +7,7 @@
 #include "mpidebugger.h"
 
 #include <QAction>
+#include <QProcess>
 #include <QTreeWidget>
 
 using namespace shelltest;
@@ -189,6 +190,81 @@ TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
         if (mpitest::alive(pid))
             left += QString::number(pid) + QLatin1Char(' ');
     EXPECT_TRUE(gone) << "left running: " << qPrintable(left);
+}
+
+} // namespace
+
+namespace {
+
+TEST(MpiWindow, AnAttachedJobIsShownAndLeftRunningWhenTheWindowCloses) {
+    ShellRig rig;
+    const QString prefix = rig.dir.filePath(QStringLiteral("band"));
+    QProcess mpirun;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT"), QStringLiteral("1"));
+    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM"), QStringLiteral("1"));
+    env.insert(QStringLiteral("OMPI_MCA_rmaps_base_oversubscribe"), QStringLiteral("1"));
+    // Ranks that wait for a message give their core away, so that the gdbs
+    // attached to them get to run.
+    env.insert(QStringLiteral("OMPI_MCA_mpi_yield_when_idle"), QStringLiteral("1"));
+    mpirun.setProcessEnvironment(env);
+    mpirun.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // Long enough to outlast the test; a report every 200 steps.
+    mpirun.start(QStringLiteral("mpirun"),
+                 {QStringLiteral("-np"), QStringLiteral("2"),
+                  exampleProgram(QStringLiteral("example_mpi_heat")), prefix, QStringLiteral("48"),
+                  QStringLiteral("100000000"), QStringLiteral("200")});
+    ASSERT_TRUE(mpirun.waitForStarted(10000));
+    ASSERT_TRUE(waitFor(
+        [&] {
+            return QFile::exists(prefix + QStringLiteral(".rank0")) &&
+                   QFile::exists(prefix + QStringLiteral(".rank1"));
+        },
+        30000));
+
+    shell::Options o;
+    o.attachMpiPid = mpirun.processId();
+    o.breaks = QStringList{breakLocation(QStringLiteral("mpi_heat.report"))};
+    o.stopTimeoutMs = 60000;
+    ASSERT_TRUE(rig.start(o));
+    arraylens::gdb::MpiJob* job = rig.window->mpiJob();
+    ASSERT_EQ(job->size(), 2);
+    ASSERT_EQ(rig.window->rankList()->topLevelItemCount(), 3);
+
+    // Stopped at a report: the files are of this stop.
+    const std::vector<double> band0 = mpitest::readBand(prefix, 0).values;
+    std::vector<double> both = band0;
+    const std::vector<double> band1 = mpitest::readBand(prefix, 1).values;
+    both.insert(both.end(), band1.begin(), band1.end());
+    ASSERT_EQ(both.size(), std::size_t(48 * 64));
+    ASSERT_TRUE(rig.window->typeIntoArrayLens(kBand));
+    ASSERT_TRUE(rig.waitForAnswer(kStats, 0)) << qPrintable(rig.window->statusText());
+    expectShown(rig.statistics(), both);
+
+    // Rank 0 alone.
+    auto* update = rig.window->findChild<QAction*>("UpdateAction");
+    ASSERT_TRUE(rig.window->chooseRanks({0}));
+    ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 20000));
+    const int before = rig.answerCount(kStats);
+    update->trigger();
+    ASSERT_TRUE(rig.waitForAnswer(kStats, before));
+    expectShown(rig.statistics(), band0);
+
+    // Closing lets the ranks go: they run on, traced by no one.
+    const qint64 rank0 = job->rank(0).pid, rank1 = job->rank(1).pid;
+    const QVector<qint64> gdbs = job->gdbPids();
+    rig.window->close();
+    rig.window.reset();
+    EXPECT_TRUE(waitFor(
+        [&] { return mpitest::tracerOf(rank0) == 0 && mpitest::tracerOf(rank1) == 0; }, 10000));
+    EXPECT_TRUE(mpitest::alive(rank0));
+    EXPECT_TRUE(mpitest::alive(rank1));
+    EXPECT_EQ(mpirun.state(), QProcess::Running);
+    for (qint64 pid : gdbs)
+        EXPECT_TRUE(waitFor([&] { return !mpitest::alive(pid); }, 10000)) << pid;
+    mpirun.terminate();
+    mpirun.waitForFinished(10000);
+    EXPECT_TRUE(waitFor([&] { return !mpitest::alive(rank0) && !mpitest::alive(rank1); }, 10000));
 }
 
 } // namespace
