@@ -8,6 +8,7 @@
 
 #include <QAction>
 #include <QProcess>
+#include <QTimer>
 #include <QTreeWidget>
 
 using namespace shelltest;
@@ -265,6 +266,67 @@ TEST(MpiWindow, AnAttachedJobIsShownAndLeftRunningWhenTheWindowCloses) {
     mpirun.terminate();
     mpirun.waitForFinished(10000);
     EXPECT_TRUE(waitFor([&] { return !mpitest::alive(rank0) && !mpitest::alive(rank1); }, 10000));
+}
+
+} // namespace
+
+namespace {
+
+// A stop that only rank 0 reaches (the summary line): rank 1 waits for it
+// in its next exchange and never stops on its own.
+TEST(MpiWindow, RanksThatDoNotStopAreNamedInterruptStopsAllAndCloseWaitsForThem) {
+    ShellRig rig;
+    const QString prefix = rig.dir.filePath(QStringLiteral("band"));
+    shell::Options o;
+    o.mpiRanks = 2;
+    o.program = exampleProgram(QStringLiteral("example_mpi_heat"));
+    o.programArgs = QStringList{prefix, QStringLiteral("48"), QStringLiteral("100000000"),
+                                QStringLiteral("50")};
+    o.breaks = QStringList{breakLocation(QStringLiteral("mpi_heat.summary"))};
+    o.stopTimeoutMs = 4000;
+    ASSERT_TRUE(rig.start(o));
+    arraylens::gdb::MpiJob* job = rig.window->mpiJob();
+    QVector<qint64> pids{job->launcherPid(), job->rank(0).pid, job->rank(1).pid};
+    pids << job->gdbPids();
+    // Rank 1 was interrupted where it waited, and the words say where.
+    const QString status = rig.window->statusText();
+    EXPECT_TRUE(status.startsWith("Rank 1 did not reach the breakpoint within 4 s: rank 1 "))
+        << qPrintable(status);
+    EXPECT_TRUE(rig.window->mpiDebugger()->allStopped());
+    auto* cont = rig.window->findChild<QAction*>("continueAction");
+    auto* interrupt = rig.window->findChild<QAction*>("interruptAction");
+    ASSERT_TRUE(cont->isEnabled());
+    EXPECT_FALSE(interrupt->isEnabled());
+
+    // Continue, and Interrupt while rank 1 runs: every rank stops, and it
+    // counts as a stop of the job.
+    bool interruptWasOn = false;
+    QTimer::singleShot(1500, [&] {
+        interruptWasOn = interrupt->isEnabled();
+        interrupt->trigger();
+    });
+    const int stops = rig.window->stopCount();
+    cont->trigger();
+    EXPECT_TRUE(interruptWasOn);
+    ASSERT_TRUE(rig.waitForStops(stops + 1));
+    EXPECT_TRUE(rig.window->statusText().startsWith("All 2 ranks stopped."))
+        << qPrintable(rig.window->statusText());
+    EXPECT_TRUE(rig.window->mpiDebugger()->allStopped());
+
+    // Closing while the ranks run stops them first; the window goes once
+    // they have, and takes the job along.
+    QTimer::singleShot(1500, [&] { rig.window->close(); });
+    cont->trigger();
+    EXPECT_TRUE(waitFor([&] { return !rig.window->isVisible(); }, 10000));
+    rig.window.reset();
+    EXPECT_TRUE(waitFor(
+        [&] {
+            for (qint64 pid : pids)
+                if (mpitest::alive(pid))
+                    return false;
+            return true;
+        },
+        15000));
 }
 
 } // namespace
