@@ -116,13 +116,7 @@ int runMpi(const Options& o) {
     QObject::connect(&job, &gdb::MpiJob::launcherOutputArrived, [](const QByteArray& bytes) {
         std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
     });
-    gdb::MpiStart start;
-    start.ranks = o.mpiRanks;
-    start.attachPid = o.attachMpiPid;
-    start.program = o.program;
-    start.programArgs = o.programArgs;
-    start.breaks = o.breaks;
-    start.ignore = o.ignore;
+    const gdb::MpiStart start = gdb::mpiStartOf(o);
     QString error;
     bool stopped = gdb::openMpiJob(job, start, error);
     if (stopped && start.runsToFirstStop())

@@ -771,8 +771,9 @@ void DebuggerWindow::refreshThreads() {
             const qint64 pid = session_->pid();
             root->setText(0, pid > 0 ? QStringLiteral("Process %1").arg(pid)
                                      : QStringLiteral("Process"));
-            if (job_)
-                root->setText(1, QStringLiteral("rank %1").arg(mpiDebugger()->focusRank()));
+            // (The answer may come while the window closes, its service gone.)
+            if (const arraylens::gdb::MpiDebugger* mpi = mpiDebugger())
+                root->setText(1, QStringLiteral("rank %1").arg(mpi->focusRank()));
             root->setData(0, KindRole, QStringLiteral("process"));
             const QVariantMap results = resultsOf(r);
             const QString current = results.value(QStringLiteral("current-thread-id")).toString();

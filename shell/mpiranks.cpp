@@ -27,7 +27,15 @@ using arraylens::gdb::MpiJob;
 
 namespace {
 const int kRanksRole = Qt::UserRole + 1;
+
+// The ranks an entry of the rank list stands for.
+QVector<int> ranksOf(const QTreeWidgetItem* item) {
+    QVector<int> ranks;
+    for (const QVariant& v : item->data(0, kRanksRole).toList())
+        ranks << v.toInt();
+    return ranks;
 }
+} // namespace
 
 arraylens::gdb::MpiDebugger* DebuggerWindow::mpiDebugger() const {
     return job_ ? static_cast<MpiDebugger*>(backend_.data()) : nullptr;
@@ -41,13 +49,7 @@ bool DebuggerWindow::startMpi(QString* error) {
     // The ranks' output reaches the launcher's terminal.
     connect(job_.get(), &MpiJob::launcherOutputArrived, this,
             [this](const QByteArray& bytes) { appendConsole(QString::fromLocal8Bit(bytes)); });
-    arraylens::gdb::MpiStart start;
-    start.ranks = options_.mpiRanks;
-    start.attachPid = options_.attachMpiPid;
-    start.program = options_.program;
-    start.programArgs = options_.programArgs;
-    start.breaks = options_.breaks;
-    start.ignore = options_.ignore;
+    const arraylens::gdb::MpiStart start = arraylens::gdb::mpiStartOf(options_);
     setStatus(start.attachPid > 0
                   ? QStringLiteral("Attaching to the ranks of mpirun %1").arg(start.attachPid)
                   : QStringLiteral("Starting %1 ranks").arg(start.ranks));
@@ -132,20 +134,12 @@ void DebuggerWindow::buildRankList() {
         add(QStringLiteral("rank %1").arg(r),
             QStringLiteral("pid %1 on %2").arg(rank.pid).arg(rank.host), {r});
     }
-    for (int i = 0; i < rankList_->topLevelItemCount(); ++i) {
-        QVector<int> ranks;
-        for (const QVariant& v : rankList_->topLevelItem(i)->data(0, kRanksRole).toList())
-            ranks << v.toInt();
-        if (ranks == chosen)
+    for (int i = 0; i < rankList_->topLevelItemCount(); ++i)
+        if (ranksOf(rankList_->topLevelItem(i)) == chosen)
             rankList_->setCurrentItem(rankList_->topLevelItem(i));
-    }
     rankList_->resizeColumnToContents(0);
-    connect(rankList_, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem* item) {
-        QVector<int> ranks;
-        for (const QVariant& v : item->data(0, kRanksRole).toList())
-            ranks << v.toInt();
-        chooseRanks(ranks);
-    });
+    connect(rankList_, &QTreeWidget::itemClicked, this,
+            [this](QTreeWidgetItem* item) { chooseRanks(ranksOf(item)); });
     // Beside the threads.
     sideTabs_->insertTab(sideTabs_->indexOf(threads_) + 1, rankList_, QStringLiteral("Ranks"));
 }
@@ -154,13 +148,9 @@ bool DebuggerWindow::chooseRanks(const QVector<int>& ranks) {
     MpiDebugger* mpi = mpiDebugger();
     if (!mpi || mpi->running() || !mpi->select(ranks))
         return false;
-    for (int i = 0; i < rankList_->topLevelItemCount(); ++i) {
-        QVector<int> listed;
-        for (const QVariant& v : rankList_->topLevelItem(i)->data(0, kRanksRole).toList())
-            listed << v.toInt();
-        if (listed == ranks)
+    for (int i = 0; i < rankList_->topLevelItemCount(); ++i)
+        if (ranksOf(rankList_->topLevelItem(i)) == ranks)
             rankList_->setCurrentItem(rankList_->topLevelItem(i));
-    }
     focusOnRank(true);
     return true;
 }

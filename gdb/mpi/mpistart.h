@@ -24,6 +24,19 @@ struct MpiStart {
     bool runsToFirstStop() const { return attachPid == 0 || !breaks.isEmpty(); }
 };
 
+// The start a front end's options ask for; both front ends name these
+// options alike.
+template <class FrontEndOptions> MpiStart mpiStartOf(const FrontEndOptions& o) {
+    MpiStart start;
+    start.ranks = o.mpiRanks;
+    start.attachPid = o.attachMpiPid;
+    start.program = o.program;
+    start.programArgs = o.programArgs;
+    start.breaks = o.breaks;
+    start.ignore = o.ignore;
+    return start;
+}
+
 // Why a launch without a breakpoint is refused.
 QString launchNeedsBreakText();
 

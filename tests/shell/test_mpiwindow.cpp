@@ -49,16 +49,22 @@ int stepOf(const QString& prefix, int rank) {
     return first.startsWith("step=") ? first.mid(5).toInt() : -1;
 }
 
-TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
-    ShellRig rig;
-    const QString prefix = rig.dir.filePath(QStringLiteral("band"));
+// `--mpi 2 --break STOP -- mpi_heat PREFIX 48 STEPS 50`: 48 rows, a report
+// every 50 steps.
+shell::Options launchOf(const QString& prefix, const QString& steps, const QString& stop) {
     shell::Options o;
     o.mpiRanks = 2;
     o.program = exampleProgram(QStringLiteral("example_mpi_heat"));
-    // 48 rows, 100 steps, a stop every 50.
-    o.programArgs =
-        QStringList{prefix, QStringLiteral("48"), QStringLiteral("100"), QStringLiteral("50")};
-    o.breaks = QStringList{breakLocation(QStringLiteral("mpi_heat.report"))};
+    o.programArgs = QStringList{prefix, QStringLiteral("48"), steps, QStringLiteral("50")};
+    o.breaks = QStringList{breakLocation(stop)};
+    return o;
+}
+
+TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
+    ShellRig rig;
+    const QString prefix = rig.dir.filePath(QStringLiteral("band"));
+    // Two reports: steps 50 and 100.
+    shell::Options o = launchOf(prefix, QStringLiteral("100"), QStringLiteral("mpi_heat.report"));
     o.stopTimeoutMs = 120000;
     ASSERT_TRUE(rig.start(o));
     arraylens::gdb::MpiJob* job = rig.window->mpiJob();
@@ -178,19 +184,8 @@ TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
     // Closing the window ends the ranks, their gdbs and mpirun.
     rig.window->close();
     rig.window.reset();
-    const bool gone = waitFor(
-        [&] {
-            for (qint64 pid : pids)
-                if (mpitest::alive(pid))
-                    return false;
-            return true;
-        },
-        15000);
-    QString left;
-    for (qint64 pid : pids)
-        if (mpitest::alive(pid))
-            left += QString::number(pid) + QLatin1Char(' ');
-    EXPECT_TRUE(gone) << "left running: " << qPrintable(left);
+    const QString left = mpitest::leftAlive(pids, 15000);
+    EXPECT_TRUE(left.isEmpty()) << "left running: " << qPrintable(left);
 }
 
 } // namespace
@@ -201,27 +196,9 @@ TEST(MpiWindow, AnAttachedJobIsShownAndLeftRunningWhenTheWindowCloses) {
     ShellRig rig;
     const QString prefix = rig.dir.filePath(QStringLiteral("band"));
     QProcess mpirun;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT"), QStringLiteral("1"));
-    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM"), QStringLiteral("1"));
-    env.insert(QStringLiteral("OMPI_MCA_rmaps_base_oversubscribe"), QStringLiteral("1"));
-    // Ranks that wait for a message give their core away, so that the gdbs
-    // attached to them get to run.
-    env.insert(QStringLiteral("OMPI_MCA_mpi_yield_when_idle"), QStringLiteral("1"));
-    mpirun.setProcessEnvironment(env);
-    mpirun.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     // Long enough to outlast the test; a report every 200 steps.
-    mpirun.start(QStringLiteral("mpirun"),
-                 {QStringLiteral("-np"), QStringLiteral("2"),
-                  exampleProgram(QStringLiteral("example_mpi_heat")), prefix, QStringLiteral("48"),
-                  QStringLiteral("100000000"), QStringLiteral("200")});
-    ASSERT_TRUE(mpirun.waitForStarted(10000));
-    ASSERT_TRUE(waitFor(
-        [&] {
-            return QFile::exists(prefix + QStringLiteral(".rank0")) &&
-                   QFile::exists(prefix + QStringLiteral(".rank1"));
-        },
-        30000));
+    ASSERT_TRUE(
+        mpitest::startPlainJob(mpirun, prefix, QStringLiteral("100000000"), QStringLiteral("200")));
 
     shell::Options o;
     o.attachMpiPid = mpirun.processId();
@@ -277,12 +254,8 @@ namespace {
 TEST(MpiWindow, RanksThatDoNotStopAreNamedInterruptStopsAllAndCloseWaitsForThem) {
     ShellRig rig;
     const QString prefix = rig.dir.filePath(QStringLiteral("band"));
-    shell::Options o;
-    o.mpiRanks = 2;
-    o.program = exampleProgram(QStringLiteral("example_mpi_heat"));
-    o.programArgs = QStringList{prefix, QStringLiteral("48"), QStringLiteral("100000000"),
-                                QStringLiteral("50")};
-    o.breaks = QStringList{breakLocation(QStringLiteral("mpi_heat.summary"))};
+    shell::Options o =
+        launchOf(prefix, QStringLiteral("100000000"), QStringLiteral("mpi_heat.summary"));
     o.stopTimeoutMs = 4000;
     ASSERT_TRUE(rig.start(o));
     arraylens::gdb::MpiJob* job = rig.window->mpiJob();
@@ -319,14 +292,8 @@ TEST(MpiWindow, RanksThatDoNotStopAreNamedInterruptStopsAllAndCloseWaitsForThem)
     cont->trigger();
     EXPECT_TRUE(waitFor([&] { return !rig.window->isVisible(); }, 10000));
     rig.window.reset();
-    EXPECT_TRUE(waitFor(
-        [&] {
-            for (qint64 pid : pids)
-                if (mpitest::alive(pid))
-                    return false;
-            return true;
-        },
-        15000));
+    const QString left = mpitest::leftAlive(pids, 15000);
+    EXPECT_TRUE(left.isEmpty()) << "left running: " << qPrintable(left);
 }
 
 } // namespace
