@@ -418,21 +418,27 @@ void DebuggerWindow::installDebugger(QSharedPointer<IHVDebugger> backend) {
 }
 
 void DebuggerWindow::connectSession(GdbSession* session) {
-    if (session_)
-        session_->disconnect(this);
+    // Only the focus's own connections go: on a job the window also follows
+    // every rank's state.
+    for (const QMetaObject::Connection& c : sessionConnections_)
+        disconnect(c);
     session_ = session;
-    connect(session_, &GdbSession::asyncRecord, this, &DebuggerWindow::handleAsyncRecord);
-    connect(session_, &GdbSession::targetStateChanged, this, &DebuggerWindow::handleTargetState);
-    // The service's own MI traffic stays out of the console: it shows what
-    // the user typed, gdb's answers to it, and the program's output.
-    connect(session_, &GdbSession::inferiorOutput, this,
-            [this](const QByteArray& bytes) { appendConsole(QString::fromLocal8Bit(bytes)); });
-    connect(session_, &GdbSession::died, this, [this] {
-        setStatus(job_ ? QStringLiteral("The debugger of rank %1 has stopped.")
-                             .arg(mpiDebugger()->focusRank())
-                       : QStringLiteral("The debugger has stopped."));
-        handleTargetState();
-    });
+    sessionConnections_ = {
+        connect(session_, &GdbSession::asyncRecord, this, &DebuggerWindow::handleAsyncRecord),
+        connect(session_, &GdbSession::targetStateChanged, this,
+                &DebuggerWindow::handleTargetState),
+        // The service's own MI traffic stays out of the console: it shows
+        // what the user typed, gdb's answers to it, and the program's output.
+        connect(session_, &GdbSession::inferiorOutput, this,
+                [this](const QByteArray& bytes) { appendConsole(QString::fromLocal8Bit(bytes)); }),
+        connect(session_, &GdbSession::died, this,
+                [this] {
+                    // On a job the rank's own connection says which gdb.
+                    if (!job_)
+                        setStatus(QStringLiteral("The debugger has stopped."));
+                    handleTargetState();
+                }),
+    };
 }
 
 bool DebuggerWindow::loadPlugin(QString* error) {

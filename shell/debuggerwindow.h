@@ -191,6 +191,7 @@ private:
     // the focus rank's.
     QSharedPointer<IHVDebugger> backend_;
     QPointer<arraylens::gdb::GdbDebugger> gdbDebugger_;
+    QVector<QMetaObject::Connection> sessionConnections_;
     std::unique_ptr<arraylens::gdb::MpiJob> job_;
     QTreeWidget* rankList_ = nullptr;
     // The focus rank's stop, taken up once every rank has stopped.

@@ -180,6 +180,13 @@ TEST(MpiWindow, RanksAsTheProcessSelectionRunTogetherAndEndWithTheWindow) {
         << qPrintable(rig.window->statusText());
     EXPECT_FALSE(cont->isEnabled());
     EXPECT_FALSE(next->isEnabled());
+    // A rank's gdb that dies is named.
+    const qint64 gdb1 = job->session(1)->gdbPid();
+    ASSERT_GT(gdb1, 0);
+    ::kill(pid_t(gdb1), SIGKILL);
+    EXPECT_TRUE(waitFor(
+        [&] { return rig.window->statusText() == "The debugger of rank 1 has stopped."; }, 10000))
+        << qPrintable(rig.window->statusText());
 
     // Closing the window ends the ranks, their gdbs and mpirun.
     rig.window->close();
