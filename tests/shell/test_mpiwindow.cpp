@@ -211,10 +211,15 @@ TEST(MpiWindow, AnAttachedJobIsShownAndLeftRunningWhenTheWindowCloses) {
     o.attachMpiPid = mpirun.processId();
     o.breaks = QStringList{breakLocation(QStringLiteral("mpi_heat.report"))};
     o.stopTimeoutMs = 60000;
+    // Rank 1 chosen from the start.
+    o.ranks = QStringLiteral("1");
     ASSERT_TRUE(rig.start(o));
     arraylens::gdb::MpiJob* job = rig.window->mpiJob();
     ASSERT_EQ(job->size(), 2);
-    ASSERT_EQ(rig.window->rankList()->topLevelItemCount(), 3);
+    QTreeWidget* ranks = rig.window->rankList();
+    ASSERT_EQ(ranks->topLevelItemCount(), 3);
+    EXPECT_EQ(ranks->currentItem(), rankItem(ranks, "rank 1"));
+    EXPECT_EQ(rig.window->session(), job->session(1));
 
     // Stopped at a report: the files are of this stop.
     const std::vector<double> band0 = mpitest::readBand(prefix, 0).values;
@@ -224,16 +229,18 @@ TEST(MpiWindow, AnAttachedJobIsShownAndLeftRunningWhenTheWindowCloses) {
     ASSERT_EQ(both.size(), std::size_t(48 * 64));
     ASSERT_TRUE(rig.window->typeIntoArrayLens(kBand));
     ASSERT_TRUE(rig.waitForAnswer(kStats, 0)) << qPrintable(rig.window->statusText());
-    expectShown(rig.statistics(), both);
+    expectShown(rig.statistics(), band1);
 
-    // Rank 0 alone.
+    // All ranks, then rank 0 alone: the process dimension comes and goes.
     auto* update = rig.window->findChild<QAction*>("UpdateAction");
-    ASSERT_TRUE(rig.window->chooseRanks({0}));
-    ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 20000));
-    const int before = rig.answerCount(kStats);
-    update->trigger();
-    ASSERT_TRUE(rig.waitForAnswer(kStats, before));
-    expectShown(rig.statistics(), band0);
+    for (const QVector<int>& set : {QVector<int>{0, 1}, QVector<int>{0}}) {
+        ASSERT_TRUE(rig.window->chooseRanks(set));
+        ASSERT_TRUE(waitFor([&] { return update->isEnabled(); }, 20000));
+        const int before = rig.answerCount(kStats);
+        update->trigger();
+        ASSERT_TRUE(rig.waitForAnswer(kStats, before));
+        expectShown(rig.statistics(), set.size() == 2 ? both : band0);
+    }
 
     // Closing lets the ranks go: they run on, traced by no one.
     const qint64 rank0 = job->rank(0).pid, rank1 = job->rank(1).pid;
