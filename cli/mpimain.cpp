@@ -3,8 +3,8 @@
 #include "jsonwriter.h"
 
 #include "mpijob.h"
+#include "mpistart.h"
 #include "processset.h"
-#include "runcontrol.h"
 
 #include "wire/hvdwppacket.h"
 
@@ -106,9 +106,6 @@ int answer(gdb::MpiJob& job, const Options& o) {
 } // namespace
 
 int runMpi(const Options& o) {
-    if (o.mpiRanks > 0 && o.breaks.isEmpty())
-        return fail(QStringLiteral("--mpi needs --break LOCATION: the debugger reaches the "
-                                   "ranks inside MPI_Init, past the start of main."));
     gdb::MpiJob::Options jobOptions;
     jobOptions.gdbPath = o.gdb;
     jobOptions.mpirun = o.mpirun;
@@ -119,32 +116,12 @@ int runMpi(const Options& o) {
     QObject::connect(&job, &gdb::MpiJob::launcherOutputArrived, [](const QByteArray& bytes) {
         std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
     });
+    const gdb::MpiStart start = gdb::mpiStartOf(o);
     QString error;
-    const bool ready = o.attachMpiPid > 0 ? job.attach(o.attachMpiPid, error)
-                                          : job.launch(o.mpiRanks, o.program, o.programArgs, error);
-    int status = 0;
-    if (!ready) {
-        status = fail(error);
-    } else {
-        bool stopped = true;
-        for (const QString& text : o.breaks) {
-            // "LOCATION if CONDITION" and --ignore, as on one process (the
-            // text was checked with the other options).
-            gdb::BreakSpec spec;
-            gdb::parseBreakSpec(text, spec, nullptr);
-            const QString command = gdb::breakInsertCommand(spec, o.ignore);
-            const QString prefix = QStringLiteral("-break-insert ");
-            if (!job.insertBreakpoint(command.mid(command.startsWith(prefix) ? prefix.size() : 0),
-                                      error)) {
-                stopped = false;
-                error = QStringLiteral("Cannot set a breakpoint at %1: %2").arg(text, error);
-                break;
-            }
-        }
-        if (stopped && (o.attachMpiPid == 0 || !o.breaks.isEmpty()))
-            stopped = job.continueAll(o.stopTimeoutMs, error);
-        status = stopped ? answer(job, o) : fail(error);
-    }
+    bool stopped = gdb::openMpiJob(job, start, error);
+    if (stopped && start.runsToFirstStop())
+        stopped = job.continueAll(o.stopTimeoutMs, error);
+    const int status = stopped ? answer(job, o) : fail(error);
     job.end();
     return status;
 }

@@ -249,6 +249,11 @@ QFuture<IHVExpression*> GdbDebugger::evaluateExpression(GdbExpression* expressio
 }
 
 QFuture<QSharedPointer<QObject>> GdbDebugger::sendRequest(HVDWPRequest request) {
+    return sendRequest(std::move(request), RequestRoute());
+}
+
+QFuture<QSharedPointer<QObject>> GdbDebugger::sendRequest(HVDWPRequest request,
+                                                          RequestRoute route) {
     auto open = std::make_shared<OpenRequest>();
     open->future.reportStarted();
     QFuture<QSharedPointer<QObject>> result = open->future.future();
@@ -279,10 +284,11 @@ QFuture<QSharedPointer<QObject>> GdbDebugger::sendRequest(HVDWPRequest request) 
     GdbDebugger* self = this;
     auto cancel = cancel_;
     const qint64 gdbPid = session->gdbPid();
-    pool_.start([self, session, gdbPid, snapshot, open, cancel] {
+    pool_.start([self, session, gdbPid, snapshot, open, cancel, route] {
         const quint64 generation = session->runGeneration();
         const qint64 debuggee = session->readsMemoryDirectly() ? session->pid() : 0;
-        Fields fields = performRequest(*session, snapshot, cancel.get());
+        Fields fields = route ? route(snapshot, cancel.get())
+                              : performRequest(*session, snapshot, cancel.get());
         if (debuggee > 0 && isError(fields) && processGone(debuggee))
             fields = afterDebuggeeLost(*session, gdbPid, snapshot, fields);
         // The debuggee ran while we read: the numbers mix two states.

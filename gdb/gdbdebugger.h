@@ -23,6 +23,7 @@
 #include <QVector>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 namespace arraylens::gdb {
@@ -38,6 +39,13 @@ public:
     ~GdbDebugger() override;
 
     QFuture<QSharedPointer<QObject>> sendRequest(HVDWPRequest request) override;
+    // Where a request is answered, on a worker thread, when not by this
+    // session alone (the ranks of an MPI job as one array).
+    using RequestRoute =
+        std::function<Fields(const RequestSnapshot& request, const std::atomic<bool>* cancel)>;
+    // The request goes the route, with this session's checks of state
+    // before and of a run meanwhile after.
+    QFuture<QSharedPointer<QObject>> sendRequest(HVDWPRequest request, RequestRoute route);
     IHVExpression* createExpression(const QString& text) override;
     IHVExpression* cloneExpression(IHVExpression* expression) override;
 

@@ -3,9 +3,12 @@
 #include "gdbdebugger.h"
 #include "gdbexpression.h"
 #include "gdbsession.h"
+#include "mpidebugger.h"
+#include "mpijob.h"
 #include "runcontrol.h"
 #include "shell/exportactions.h"
 #include "shell/locate.h"
+#include "shell/mireplies.h"
 #include "shell/tracepanel.h"
 
 #include <QAction>
@@ -53,23 +56,6 @@ QString quoted(const QString& text) {
     return QString::fromStdString(arraylens::mi::quoteCString(text.toStdString()));
 }
 
-QVariantMap resultsOf(const MiReply& reply) {
-    return arraylens::gdb::toVariant(reply.record().results).toMap();
-}
-
-// A frame entry of an MI answer as the service's frame record.
-arraylens::gdb::FrameInfo frameInfo(const QVariantMap& frame, const QString& thread) {
-    arraylens::gdb::FrameInfo info;
-    info.thread = thread;
-    info.level = frame.value(QStringLiteral("level")).toInt();
-    info.function = frame.value(QStringLiteral("func")).toString();
-    info.file = frame.value(QStringLiteral("file")).toString();
-    info.fullname = frame.value(QStringLiteral("fullname")).toString();
-    info.address = frame.value(QStringLiteral("addr")).toString();
-    info.line = frame.value(QStringLiteral("line")).toInt();
-    return info;
-}
-
 enum Role { FrameRole = Qt::UserRole + 1, ThreadRole, KindRole };
 
 QTreeWidget* makeTree(const QString& objectName, const QStringList& headers) {
@@ -114,8 +100,18 @@ DebuggerWindow::~DebuggerWindow() {
     if (corePlugin_)
         delete corePlugin_;
     debugger_.reset();
-    gdbDebugger_.reset();
-    if (session_) {
+    backend_.reset();
+    if (job_) {
+        // Launched ranks, their gdbs and mpirun end here; an attached job's
+        // ranks are let go and run on. The window, half gone, hears nothing
+        // of it.
+        job_->disconnect(this);
+        for (int r = 0; r < job_->size(); ++r)
+            if (GdbSession* s = job_->session(r))
+                s->disconnect(this);
+        job_->end();
+        job_.reset();
+    } else if (session_) {
         session_->kill();
         delete session_;
     }
@@ -383,33 +379,20 @@ bool DebuggerWindow::start(QString* error) {
     core_->views.addHostTab(QString::fromLatin1(kDataViewId), QStringLiteral("Data View"),
                             dataPage);
 
+    if (options_.isMpi())
+        return startMpi(error);
+
     GdbSession::Options gdbOptions;
     gdbOptions.gdbPath = options_.gdbPath;
-    session_ = new GdbSession(gdbOptions);
-    gdbDebugger_ = QSharedPointer<GdbDebugger>(new GdbDebugger(session_));
+    auto* gdbDebugger = new GdbDebugger(new GdbSession(gdbOptions));
+    gdbDebugger_ = gdbDebugger;
     gdbDebugger_->setContextManager(&core_->contexts);
-    debugger_ = QSharedPointer<ObservedDebugger>(new ObservedDebugger(gdbDebugger_));
-    connect(debugger_.data(), &ObservedDebugger::answered, this,
-            &DebuggerWindow::handleDisplayAnswered);
-    connect(debugger_.data(), &ObservedDebugger::eventArriving, this,
-            &DebuggerWindow::takeFocusOfStop);
+    installDebugger(QSharedPointer<IHVDebugger>(gdbDebugger));
 
     trace_ = new TracePanel(gdbDebugger_.data());
     sideTabs_->addTab(trace_, QStringLiteral("Trace"));
 
-    corePlugin_ = new CorePlugin(debugger_);
-    core_->plugins.registerPlugin(corePlugin_);
-
-    connect(session_, &GdbSession::asyncRecord, this, &DebuggerWindow::handleAsyncRecord);
-    connect(session_, &GdbSession::targetStateChanged, this, &DebuggerWindow::handleTargetState);
-    // The service's own MI traffic stays out of the console: it shows what
-    // the user typed, gdb's answers to it, and the program's output.
-    connect(session_, &GdbSession::inferiorOutput, this,
-            [this](const QByteArray& bytes) { appendConsole(QString::fromLocal8Bit(bytes)); });
-    connect(session_, &GdbSession::died, this, [this] {
-        setStatus(QStringLiteral("The debugger has stopped."));
-        handleTargetState();
-    });
+    connectSession(gdbDebugger_->session());
 
     if (!loadPlugin(error)) {
         setStatus(*error);
@@ -421,6 +404,41 @@ bool DebuggerWindow::start(QString* error) {
         return false;
     }
     return true;
+}
+
+void DebuggerWindow::installDebugger(QSharedPointer<IHVDebugger> backend) {
+    backend_ = std::move(backend);
+    debugger_ = QSharedPointer<ObservedDebugger>(new ObservedDebugger(backend_));
+    connect(debugger_.data(), &ObservedDebugger::answered, this,
+            &DebuggerWindow::handleDisplayAnswered);
+    connect(debugger_.data(), &ObservedDebugger::eventArriving, this,
+            &DebuggerWindow::takeFocusOfStop);
+    corePlugin_ = new CorePlugin(debugger_);
+    core_->plugins.registerPlugin(corePlugin_);
+}
+
+void DebuggerWindow::connectSession(GdbSession* session) {
+    // Only the focus's own connections go: on a job the window also follows
+    // every rank's state.
+    for (const QMetaObject::Connection& c : sessionConnections_)
+        disconnect(c);
+    session_ = session;
+    sessionConnections_ = {
+        connect(session_, &GdbSession::asyncRecord, this, &DebuggerWindow::handleAsyncRecord),
+        connect(session_, &GdbSession::targetStateChanged, this,
+                &DebuggerWindow::handleTargetState),
+        // The service's own MI traffic stays out of the console: it shows
+        // what the user typed, gdb's answers to it, and the program's output.
+        connect(session_, &GdbSession::inferiorOutput, this,
+                [this](const QByteArray& bytes) { appendConsole(QString::fromLocal8Bit(bytes)); }),
+        connect(session_, &GdbSession::died, this,
+                [this] {
+                    // On a job the rank's own connection says which gdb.
+                    if (!job_)
+                        setStatus(QStringLiteral("The debugger has stopped."));
+                    handleTargetState();
+                }),
+    };
 }
 
 bool DebuggerWindow::loadPlugin(QString* error) {
@@ -552,6 +570,20 @@ bool DebuggerWindow::startDebugger(QString* error) {
 void DebuggerWindow::runControl(const QString& which) {
     if (!session_)
         return;
+    if (job_) {
+        // Every rank takes the command; there is no new run of a job.
+        static const QHash<QString, QString> together{
+            {QStringLiteral("continue"), QStringLiteral("-exec-continue")},
+            {QStringLiteral("next"), QStringLiteral("-exec-next")},
+            {QStringLiteral("step"), QStringLiteral("-exec-step")},
+            {QStringLiteral("finish"), QStringLiteral("-exec-finish")},
+        };
+        if (which == QLatin1String("interrupt"))
+            mpiDebugger()->interruptAll();
+        else if (together.contains(which))
+            runMpi(together.value(which));
+        return;
+    }
     static const QHash<QString, QString> commands{
         {QStringLiteral("run"), QStringLiteral("-exec-run")},
         {QStringLiteral("continue"), QStringLiteral("-exec-continue")},
@@ -573,6 +605,10 @@ void DebuggerWindow::runControl(const QString& which) {
 }
 
 void DebuggerWindow::handleTargetState() {
+    if (job_) {
+        handleMpiTargetState();
+        return;
+    }
     const bool alive = session_ && session_->isAlive();
     const auto state = session_ ? session_->targetState() : GdbSession::TargetState::None;
     const bool stopped = alive && state == GdbSession::TargetState::Stopped;
@@ -596,7 +632,10 @@ void DebuggerWindow::handleTargetState() {
 
 void DebuggerWindow::handleAsyncRecord(const arraylens::mi::Record& record) {
     const QVariantMap fields = arraylens::gdb::toVariant(record.results).toMap();
-    if (record.klass == "stopped") {
+    if (record.klass == "stopped" && job_ && job_->resuming()) {
+        // Taken up once every rank has stopped.
+        heldStop_ = fields;
+    } else if (record.klass == "stopped") {
         handleStopped(fields);
     } else if (record.klass == "thread-group-started") {
         const qint64 pid = fields.value(QStringLiteral("pid")).toLongLong();
@@ -607,8 +646,11 @@ void DebuggerWindow::handleAsyncRecord(const arraylens::mi::Record& record) {
                                  &selection);
     } else if (record.klass == "thread-group-exited") {
         const QString code = fields.value(QStringLiteral("exit-code")).toString();
-        setStatus(code.isEmpty() ? QStringLiteral("The program has exited.")
-                                 : QStringLiteral("The program has exited with code %1.")
+        const QString who = job_ ? QStringLiteral("Rank %1").arg(mpiDebugger()->focusRank())
+                                 : QStringLiteral("The program");
+        setStatus(code.isEmpty() ? QStringLiteral("%1 has exited.").arg(who)
+                                 : QStringLiteral("%1 has exited with code %2.")
+                                       .arg(who)
                                        .arg(code.toInt(nullptr, 8)));
         corePlugin_->currentFrame.reset();
         corePlugin_->currentThread.reset();
@@ -735,6 +777,9 @@ void DebuggerWindow::refreshThreads() {
             const qint64 pid = session_->pid();
             root->setText(0, pid > 0 ? QStringLiteral("Process %1").arg(pid)
                                      : QStringLiteral("Process"));
+            // (The answer may come while the window closes, its service gone.)
+            if (const arraylens::gdb::MpiDebugger* mpi = mpiDebugger())
+                root->setText(1, QStringLiteral("rank %1").arg(mpi->focusRank()));
             root->setData(0, KindRole, QStringLiteral("process"));
             const QVariantMap results = resultsOf(r);
             const QString current = results.value(QStringLiteral("current-thread-id")).toString();
@@ -967,7 +1012,8 @@ void DebuggerWindow::buildPopup(const QString& viewId, const QString& expression
                 if (!guard)
                     return;
                 core_->commands.populatePopup(guard, QStringLiteral("popup:") + viewId, selection);
-                if (viewId == QLatin1String(kDataViewId))
+                // An export writes one process's array.
+                if (viewId == QLatin1String(kDataViewId) && !job_)
                     addExportActions(guard, e, gdbDebugger_.data(), this,
                                      [this](const QString& words) { setStatus(words); });
                 ready(guard);

@@ -4,7 +4,10 @@
 // One gdb session drives everything: run controls, a source pane at the
 // current line, stack and thread lists (their clicks are frame and process
 // selections), locals, a data view of watched expressions, a gdb console and
-// a status line. The host services of hostservices.h stand behind the
+// a status line. On an MPI job (a gdb per rank) a list of the ranks beside
+// the threads chooses the process set Array Lens shows; the other lists and
+// the console follow the focus rank (the first of the set), and the run
+// controls act on every rank. The host services of hostservices.h stand behind the
 // plug-ins; the window owns them and the debugger service they hand out.
 
 #include "shell/hostservices.h"
@@ -15,7 +18,10 @@
 #include <QPointer>
 #include <QSharedPointer>
 #include <QVariantMap>
+#include <QVector>
+
 #include <functional>
+#include <memory>
 
 class QAction;
 class QLabel;
@@ -30,6 +36,8 @@ class QTreeWidgetItem;
 namespace arraylens::gdb {
 class GdbSession;
 class GdbDebugger;
+class MpiDebugger;
+class MpiJob;
 } // namespace arraylens::gdb
 namespace arraylens::mi {
 struct Record;
@@ -103,6 +111,15 @@ public:
     // "next", "step", "finish", "interrupt", "kill".
     void runControl(const QString& which);
 
+    // On an MPI job: the job, its debugger service, and the rank list
+    // ("all ranks", "rank 0", ...); null otherwise.
+    arraylens::gdb::MpiJob* mpiJob() const { return job_.get(); }
+    arraylens::gdb::MpiDebugger* mpiDebugger() const;
+    QTreeWidget* rankList() const { return rankList_; }
+    // Makes these ranks the process selection, as a click in the rank list
+    // does; false when they are no set of the job's ranks or the ranks run.
+    bool chooseRanks(const QVector<int>& ranks);
+
 signals:
     void stopped();
     void listsRefreshed();
@@ -112,9 +129,17 @@ signals:
 
 private:
     void buildWidgets();
+    void connectSession(arraylens::gdb::GdbSession* session);
+    bool startMpi(QString* error);
+    void buildRankList();
+    void runMpi(const QString& command);
+    void focusOnRank(bool select);
+    void handleMpiTargetState();
+    void closeEvent(QCloseEvent* event) override;
     void buildRunControls();
     void defineHostCommands();
     bool loadPlugin(QString* error);
+    void installDebugger(QSharedPointer<IHVDebugger> backend);
     bool startDebugger(QString* error);
     void applyContexts();
     void handleAsyncRecord(const arraylens::mi::Record& record);
@@ -161,7 +186,17 @@ private:
 
     HostCore* core_ = nullptr;
     arraylens::gdb::GdbSession* session_ = nullptr;
-    QSharedPointer<arraylens::gdb::GdbDebugger> gdbDebugger_;
+    // The service the plug-in's requests go to: over the one session, or
+    // over the ranks of an MPI job; gdbDebugger_ is the one session's, or
+    // the focus rank's.
+    QSharedPointer<IHVDebugger> backend_;
+    QPointer<arraylens::gdb::GdbDebugger> gdbDebugger_;
+    QVector<QMetaObject::Connection> sessionConnections_;
+    std::unique_ptr<arraylens::gdb::MpiJob> job_;
+    QTreeWidget* rankList_ = nullptr;
+    // The focus rank's stop, taken up once every rank has stopped.
+    QVariantMap heldStop_;
+    bool closeAfterRun_ = false;
     QSharedPointer<ObservedDebugger> debugger_;
     CorePlugin* corePlugin_ = nullptr;
     NQ::IPlugin* arrayLens_ = nullptr;

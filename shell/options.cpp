@@ -1,6 +1,10 @@
 #include "shell/options.h"
 
+#include "mpijob.h"
+#include "mpistart.h"
 #include "runcontrol.h"
+
+#include <climits>
 
 namespace shell {
 
@@ -20,6 +24,15 @@ QString usageText() {
         "  --attach PID        attach to a running process\n"
         "  --core FILE         open a core file (of the program given)\n"
         "  --remote HOST:PORT  connect to a gdbserver\n"
+        "  --mpi N             run the program under mpirun -np N, every rank under\n"
+        "                      gdb (needs --break); a list of the ranks chooses the\n"
+        "                      ranks Array Lens shows, the run controls act on all\n"
+        "  --attach-mpi PID    attach to the ranks of a running job by the pid of its\n"
+        "                      mpirun; closing the window leaves the job running\n"
+        "  --mpirun PATH       the mpirun of --mpi (default: mpirun)\n"
+        "  --ranks LIST        the ranks chosen at the start, e.g. 0-3,7 (default all)\n"
+        "  --stop-timeout S    how many seconds the ranks may take to stop together\n"
+        "                      (default 600)\n"
         "  --gdb PATH          the gdb to run (default: gdb)\n"
         "  --plugin PATH       the Array Lens plug-in to load\n"
         "  --theme light|dark  the window's theme\n"
@@ -75,6 +88,42 @@ bool parseOptions(const QStringList& arguments, Options& options, QString* error
             options.attachPid = v.toLongLong(&ok);
             if (!ok || options.attachPid <= 0)
                 return fail(QStringLiteral("--attach needs a process id, not '%1'.").arg(v));
+        } else if (a == QLatin1String("--mpi")) {
+            if (!value(a, v))
+                return false;
+            bool ok = false;
+            options.mpiRanks = v.toInt(&ok);
+            if (!ok || options.mpiRanks < 1)
+                return fail(QStringLiteral("--mpi needs a number of ranks, not '%1'.").arg(v));
+        } else if (a == QLatin1String("--attach-mpi")) {
+            if (!value(a, v))
+                return false;
+            bool ok = false;
+            options.attachMpiPid = v.toLongLong(&ok);
+            if (!ok || options.attachMpiPid <= 0)
+                return fail(QStringLiteral("--attach-mpi needs the process id of mpirun, not '%1'.")
+                                .arg(v));
+        } else if (a == QLatin1String("--mpirun")) {
+            if (!value(a, options.mpirun))
+                return false;
+            if (options.mpirun.isEmpty())
+                return fail(QStringLiteral("--mpirun needs a path."));
+        } else if (a == QLatin1String("--ranks")) {
+            if (!value(a, options.ranks))
+                return false;
+            QVector<int> ranks;
+            QString why;
+            if (!arraylens::gdb::parseRankList(options.ranks, INT_MAX, ranks, why))
+                return fail(why);
+        } else if (a == QLatin1String("--stop-timeout")) {
+            if (!value(a, v))
+                return false;
+            bool ok = false;
+            const double seconds = v.toDouble(&ok);
+            if (!ok || seconds <= 0 || seconds > 86400)
+                return fail(
+                    QStringLiteral("--stop-timeout needs seconds (up to 86400), not '%1'.").arg(v));
+            options.stopTimeoutMs = int(seconds * 1000);
         } else if (a == QLatin1String("--core")) {
             if (!value(a, options.coreFile))
                 return false;
@@ -109,10 +158,18 @@ bool parseOptions(const QStringList& arguments, Options& options, QString* error
         options.program = arguments.at(i);
         options.programArgs = arguments.mid(i + 1);
     }
-    const int targets =
-        (options.attachPid > 0) + !options.coreFile.isEmpty() + !options.remote.isEmpty();
+    const int targets = (options.attachPid > 0) + !options.coreFile.isEmpty() +
+                        !options.remote.isEmpty() + (options.mpiRanks > 0) +
+                        (options.attachMpiPid > 0);
     if (targets > 1)
-        return fail(QStringLiteral("Give only one of --attach, --core and --remote."));
+        return fail(
+            QStringLiteral("Give only one of --attach, --core, --remote, --mpi and --attach-mpi."));
+    if (options.mpiRanks > 0 && options.program.isEmpty())
+        return fail(QStringLiteral("--mpi needs the program to run (after --)."));
+    if (options.mpiRanks > 0 && options.breaks.isEmpty())
+        return fail(arraylens::gdb::launchNeedsBreakText());
+    if (!options.isMpi() && !options.ranks.isEmpty())
+        return fail(QStringLiteral("--ranks needs --mpi or --attach-mpi."));
     if (!options.coreFile.isEmpty() && options.program.isEmpty())
         return fail(QStringLiteral("--core needs the program that dumped it."));
     options.bundledExample = !options.hasTarget();

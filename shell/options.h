@@ -18,6 +18,14 @@ struct Options {
     QStringList evals;
     qint64 attachPid = 0;
     QString coreFile;
+    // An MPI job: ranks to launch through `mpirun`, or the pid of the
+    // `mpirun` of a running job; the ranks chosen at the start (empty: all)
+    // and how long the ranks may take to stop together.
+    int mpiRanks = 0;
+    qint64 attachMpiPid = 0;
+    QString mpirun = QStringLiteral("mpirun");
+    QString ranks;
+    int stopTimeoutMs = 600000;
     QString remote; // HOST:PORT of a gdbserver
     QString gdbPath = QStringLiteral("gdb");
     QString screenshot;
@@ -28,8 +36,10 @@ struct Options {
     bool help = false;
 
     bool hasTarget() const {
-        return !program.isEmpty() || attachPid > 0 || !coreFile.isEmpty() || !remote.isEmpty();
+        return !program.isEmpty() || attachPid > 0 || !coreFile.isEmpty() || !remote.isEmpty() ||
+               attachMpiPid > 0;
     }
+    bool isMpi() const { return mpiRanks > 0 || attachMpiPid > 0; }
 };
 
 // Fills `options` from the arguments (without the program name). False with

@@ -543,6 +543,30 @@ QString MpiJob::whereIs(Rank& r) {
 }
 
 bool MpiJob::continueAll(int timeoutMs, QString& error) {
+    return resumeAll(QStringLiteral("-exec-continue"), timeoutMs, error);
+}
+
+void MpiJob::interruptAll() {
+    if (!resuming_)
+        return;
+    interrupted_ = true;
+    for (Rank& r : ranks_)
+        if (isDebugged(r.session) && r.session->targetState() == State::Running)
+            r.session->send(QStringLiteral("-exec-interrupt"));
+}
+
+bool MpiJob::resumeAll(const QString& how, int timeoutMs, QString& error) {
+    if (resuming_) {
+        error = QStringLiteral("The ranks are running already.");
+        return false;
+    }
+    resuming_ = true;
+    interrupted_ = false;
+    struct Done {
+        bool& flag;
+        ~Done() { flag = false; }
+    } done{resuming_};
+    const bool toBreakpoint = how == QLatin1String("-exec-continue");
     for (Rank& r : ranks_) {
         if (!isDebugged(r.session)) {
             error = QStringLiteral("The debugger of rank %1 has stopped.").arg(r.rank);
@@ -557,7 +581,7 @@ bool MpiJob::continueAll(int timeoutMs, QString& error) {
                 ignored);
         r.stopReason.clear();
         r.stopSignal.clear();
-        if (!command(*r.session, QStringLiteral("-exec-continue"), error)) {
+        if (!command(*r.session, how, error)) {
             error = QStringLiteral("Rank %1: %2").arg(r.rank).arg(error);
             return false;
         }
@@ -587,7 +611,8 @@ bool MpiJob::continueAll(int timeoutMs, QString& error) {
             dead << r.rank;
         else if (r.session->targetState() != State::Stopped)
             (r.session->targetState() == State::Running ? running : exited) << r.rank;
-        else if (r.stopReason == QLatin1String("signal-received"))
+        else if (r.stopReason == QLatin1String("signal-received") &&
+                 !(interrupted_ && r.stopSignal == QLatin1String("SIGINT")))
             signalled << r.rank;
     }
     if (!dead.isEmpty()) {
@@ -615,8 +640,10 @@ bool MpiJob::continueAll(int timeoutMs, QString& error) {
                             .arg(whereIs(r), r.stopSignal.isEmpty() ? QStringLiteral("a signal")
                                                                     : r.stopSignal);
         }
-        error = QStringLiteral("Not every rank reached the breakpoint: %1.")
-                    .arg(what.join(QStringLiteral(", ")));
+        error = QStringLiteral("Not every rank %1: %2.")
+                    .arg(toBreakpoint ? QStringLiteral("reached the breakpoint")
+                                      : QStringLiteral("stopped"),
+                         what.join(QStringLiteral(", ")));
         const QString abort = abortWords();
         if (!abort.isEmpty())
             error += QStringLiteral(" The launcher said: ") + abort;
@@ -635,10 +662,12 @@ bool MpiJob::continueAll(int timeoutMs, QString& error) {
             else
                 where << QStringLiteral("rank %1 did not stop when interrupted").arg(r);
         }
-        error = QStringLiteral("%1 did not reach the breakpoint within %2 s: %3.")
-                    .arg(rankListWords(running))
-                    .arg(timeoutMs / 1000.0)
-                    .arg(where.join(QStringLiteral("; ")));
+        error =
+            QStringLiteral("%1 did not %2 within %3 s: %4.")
+                .arg(rankListWords(running),
+                     toBreakpoint ? QStringLiteral("reach the breakpoint") : QStringLiteral("stop"))
+                .arg(timeoutMs / 1000.0)
+                .arg(where.join(QStringLiteral("; ")));
         error[0] = error[0].toUpper();
         return false;
     }

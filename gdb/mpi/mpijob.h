@@ -75,6 +75,16 @@ public:
     // have not stopped within `timeoutMs` (they are interrupted, and the
     // message says where they were), false with `error`.
     bool continueAll(int timeoutMs, QString& error);
+    // The same with another command of MI's run control for every rank
+    // ("-exec-next", "-exec-step", "-exec-finish"): each rank takes it on its
+    // own, and a step over a call that talks to other ranks returns once
+    // they have done their part.
+    bool resumeAll(const QString& command, int timeoutMs, QString& error);
+    // Stops every running rank; the waiting resumeAll then counts their stop
+    // on the interrupt as a stop like any other.
+    void interruptAll();
+    // True while resumeAll waits for the ranks.
+    bool resuming() const { return resuming_; }
 
     // Kills what it launched, or detaches from what it attached to; then
     // every gdb quits. Safe to call twice.
@@ -115,6 +125,8 @@ private:
     bool attached_ = false;
     bool launcherHeld_ = false; // the launcher still waits at MPIR_Breakpoint
     bool ended_ = false;
+    bool resuming_ = false;
+    bool interrupted_ = false; // interruptAll() during this resumeAll
     QByteArray output_;
     // The last *stopped record of the launcher.
     QString launcherStopReason_;

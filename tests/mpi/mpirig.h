@@ -10,6 +10,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTextStream>
 #include <QVariantMap>
@@ -157,6 +158,50 @@ inline QVariantMap runRequest(const QVector<arraylens::gdb::RankTarget>& set,
     return out;
 }
 
+// `mpirun -np 2 mpi_heat PREFIX 48 STEPS REPORT` started as a user would,
+// with no debugger, running once both ranks have written a report.
+inline bool startPlainJob(QProcess& mpirun, const QString& prefix, const QString& steps,
+                          const QString& report) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT"), QStringLiteral("1"));
+    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM"), QStringLiteral("1"));
+    env.insert(QStringLiteral("OMPI_MCA_rmaps_base_oversubscribe"), QStringLiteral("1"));
+    // Ranks that wait for a message give their core away instead of
+    // spinning on it, so that the gdbs attached to them get to run.
+    env.insert(QStringLiteral("OMPI_MCA_mpi_yield_when_idle"), QStringLiteral("1"));
+    mpirun.setProcessEnvironment(env);
+    mpirun.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    mpirun.start(QStringLiteral("mpirun"), {QStringLiteral("-np"), QStringLiteral("2"),
+                                            examples::program(QStringLiteral("example_mpi_heat")),
+                                            prefix, QStringLiteral("48"), steps, report});
+    if (!mpirun.waitForStarted(10000))
+        return false;
+    return waitUntil(
+        [&] {
+            return QFile::exists(prefix + QStringLiteral(".rank0")) &&
+                   QFile::exists(prefix + QStringLiteral(".rank1"));
+        },
+        30000);
+}
+
+// Waits until none of the processes is alive; the pids of those that are
+// otherwise.
+inline QString leftAlive(const QVector<qint64>& pids, int timeoutMs) {
+    waitUntil(
+        [&] {
+            for (qint64 pid : pids)
+                if (alive(pid))
+                    return false;
+            return true;
+        },
+        timeoutMs);
+    QString left;
+    for (qint64 pid : pids)
+        if (alive(pid))
+            left += QString::number(pid) + QLatin1Char(' ');
+    return left;
+}
+
 class JobRig {
 public:
     JobRig() {
@@ -231,19 +276,10 @@ public:
     // Ends the job; true when none of its processes is left.
     bool endAndCheckNothingLeft(QString* left = nullptr) {
         job->end();
-        const bool gone = waitUntil(
-            [&] {
-                for (qint64 pid : pids)
-                    if (alive(pid))
-                        return false;
-                return true;
-            },
-            10000);
-        if (!gone && left)
-            for (qint64 pid : pids)
-                if (alive(pid))
-                    *left += QString::number(pid) + QLatin1Char(' ');
-        return gone;
+        const QString alive = leftAlive(pids, 10000);
+        if (left)
+            *left += alive;
+        return alive.isEmpty();
     }
 
     QTemporaryDir dir;

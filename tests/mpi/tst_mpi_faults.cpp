@@ -75,28 +75,8 @@ TEST(MpiFaults, AnAttachedJobIsLeftRunning) {
     QTemporaryDir dir;
     const QString prefix = dir.filePath(QStringLiteral("band"));
     QProcess mpirun;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT"), QStringLiteral("1"));
-    env.insert(QStringLiteral("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM"), QStringLiteral("1"));
-    env.insert(QStringLiteral("OMPI_MCA_rmaps_base_oversubscribe"), QStringLiteral("1"));
-    // Ranks that wait for a message give their core away instead of
-    // spinning on it, so that the gdbs attached to them get to run.
-    env.insert(QStringLiteral("OMPI_MCA_mpi_yield_when_idle"), QStringLiteral("1"));
-    mpirun.setProcessEnvironment(env);
-    mpirun.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     // Long enough to outlast the test; it reports every 200 steps.
-    mpirun.start(QStringLiteral("mpirun"),
-                 {QStringLiteral("-np"), QStringLiteral("2"),
-                  examples::program(QStringLiteral("example_mpi_heat")), prefix,
-                  QStringLiteral("48"), QStringLiteral("100000000"), QStringLiteral("200")});
-    ASSERT_TRUE(mpirun.waitForStarted(10000));
-    // Running once both ranks have reported.
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            return QFile::exists(prefix + QStringLiteral(".rank0")) &&
-                   QFile::exists(prefix + QStringLiteral(".rank1"));
-        },
-        30000));
+    ASSERT_TRUE(startPlainJob(mpirun, prefix, QStringLiteral("100000000"), QStringLiteral("200")));
 
     MpiJob::Options o;
     MpiJob job(o);

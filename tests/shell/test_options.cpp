@@ -51,6 +51,47 @@ TEST(Options, Targets) {
     EXPECT_TRUE(parse({"--screenshot", "/tmp/a.png"}).bundledExample);
 }
 
+TEST(Options, AnMpiJobLaunchedOrAttached) {
+    const shell::Options o =
+        parse({"--mpi", "4", "--mpirun", "/usr/bin/mpirun", "--ranks", "1-2", "--stop-timeout",
+               "2.5", "--break", "heat.c:10", "--", "/bin/prog", "a"});
+    EXPECT_TRUE(o.isMpi());
+    EXPECT_EQ(o.mpiRanks, 4);
+    EXPECT_EQ(o.mpirun, "/usr/bin/mpirun");
+    EXPECT_EQ(o.ranks, "1-2");
+    EXPECT_EQ(o.stopTimeoutMs, 2500);
+    EXPECT_EQ(o.program, "/bin/prog");
+    EXPECT_EQ(o.programArgs, QStringList{"a"});
+    EXPECT_FALSE(o.bundledExample);
+    const shell::Options attached = parse({"--attach-mpi", "1234"});
+    EXPECT_TRUE(attached.isMpi());
+    EXPECT_EQ(attached.attachMpiPid, 1234);
+    EXPECT_FALSE(attached.bundledExample);
+    EXPECT_EQ(attached.stopTimeoutMs, 600000);
+    EXPECT_FALSE(parse({"--break", "main", "--", "prog"}).isMpi());
+}
+
+TEST(Options, BadMpiUsageIsRefusedWithAReason) {
+    QString why;
+    parse({"--mpi", "4", "--", "prog"}, false, &why);
+    EXPECT_EQ(why, "--mpi needs --break LOCATION: the debugger reaches the ranks inside "
+                   "MPI_Init, past the start of main.");
+    parse({"--mpi", "4", "--break", "main"}, false, &why);
+    EXPECT_EQ(why, "--mpi needs the program to run (after --).");
+    parse({"--mpi", "0", "--break", "main", "--", "prog"}, false, &why);
+    EXPECT_EQ(why, "--mpi needs a number of ranks, not '0'.");
+    parse({"--attach-mpi", "x"}, false, &why);
+    EXPECT_EQ(why, "--attach-mpi needs the process id of mpirun, not 'x'.");
+    parse({"--attach", "5", "--attach-mpi", "6"}, false, &why);
+    EXPECT_EQ(why, "Give only one of --attach, --core, --remote, --mpi and --attach-mpi.");
+    parse({"--ranks", "0-1", "--", "prog"}, false, &why);
+    EXPECT_EQ(why, "--ranks needs --mpi or --attach-mpi.");
+    parse({"--attach-mpi", "6", "--ranks", "3-1"}, false, &why);
+    EXPECT_EQ(why, "Bad rank list '3-1': write rank numbers and ranges such as 0-3,7.");
+    parse({"--attach-mpi", "6", "--stop-timeout", "-1"}, false, &why);
+    EXPECT_EQ(why, "--stop-timeout needs seconds (up to 86400), not '-1'.");
+}
+
 TEST(Options, BadUsageIsRefusedWithAReason) {
     QString why;
     parse({"--attach", "abc"}, false, &why);
@@ -60,7 +101,7 @@ TEST(Options, BadUsageIsRefusedWithAReason) {
     parse({"--frobnicate"}, false, &why);
     EXPECT_EQ(why, "Unknown option --frobnicate.");
     parse({"--attach", "1", "--remote", "h:1"}, false, &why);
-    EXPECT_EQ(why, "Give only one of --attach, --core and --remote.");
+    EXPECT_EQ(why, "Give only one of --attach, --core, --remote, --mpi and --attach-mpi.");
     parse({"--core", "core.1"}, false, &why);
     EXPECT_EQ(why, "--core needs the program that dumped it.");
     parse({"--remote", "nohost"}, false, &why);
