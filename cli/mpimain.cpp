@@ -1,6 +1,7 @@
 #include "mpimain.h"
 
 #include "jsonwriter.h"
+#include "requests.h"
 
 #include "mpijob.h"
 #include "mpistart.h"
@@ -26,44 +27,6 @@ int fail(const QString& message) {
     return 1;
 }
 
-gdb::RequestSnapshot snapshotOf(const Options& o) {
-    gdb::RequestSnapshot r;
-    switch (o.command) {
-    case Command::Info:
-        r.operation = gdb::Operation::ArrayInfo;
-        r.id = QStringLiteral("ArrayInfoRequest");
-        break;
-    case Command::Stats:
-        r.operation = gdb::Operation::Statistics;
-        r.id = QStringLiteral("ArrayStatisticsRequest");
-        break;
-    case Command::Table:
-        r.operation = gdb::Operation::Table;
-        r.id = QStringLiteral("ArrayData2DTableRequest");
-        break;
-    case Command::Plot:
-        r.operation = gdb::Operation::Plot;
-        r.id = QStringLiteral("VisEvaluateExpressionRequest");
-        break;
-    case Command::Trace:
-    case Command::Export:
-        // Refused with --mpi when the options are read.
-        break;
-    }
-    r.expression = o.expression;
-    r.slice = o.slice;
-    r.filter = o.filter;
-    r.rowDim = o.rowDim;
-    r.colDim = o.colDim;
-    r.dataFormat = o.format;
-    r.usingViewPort = o.command == Command::Table;
-    r.startRow = o.startRow;
-    r.endRow = o.endRow;
-    r.startCol = o.startCol;
-    r.endCol = o.endCol;
-    return r;
-}
-
 int answer(gdb::MpiJob& job, const Options& o) {
     QVector<int> chosen;
     QString error;
@@ -78,7 +41,7 @@ int answer(gdb::MpiJob& job, const Options& o) {
     gdb::Fields fields;
     std::atomic<bool> done{false}, cancel{false};
     std::thread worker([&] {
-        fields = gdb::performProcessSetRequest(set, snapshotOf(o), &cancel);
+        fields = gdb::performProcessSetRequest(set, requestSnapshot(o), &cancel);
         done = true;
     });
     gdb::waitWithEventLoop([&] { return done.load(); }, kAnswerTimeoutMs);

@@ -1,6 +1,7 @@
 #include "tracecommand.h"
 
 #include "jsonwriter.h"
+#include "requests.h"
 
 #include "traceservice.h"
 
@@ -12,9 +13,7 @@ namespace arraylens::cli {
 
 gdb::TraceSettings traceSettings(const Options& o) {
     gdb::TraceSettings s;
-    s.expression = o.expression;
-    s.slice = o.slice;
-    s.filter = o.filter;
+    setSelection(s, o);
     s.stats = o.stats;
     s.until = o.until;
     s.maxStops = o.stops;

@@ -293,9 +293,22 @@ int main(int argc, char** argv) {
     for (int i = 0; i < n; ++i)
         frozen[i] = material[i] == 3;
     std::vector<double> pending;
+    // The discrete Fourier transform of the rod's eight samples as a matrix,
+    // and its roots of unity: complex numbers in Eigen and Armadillo.
+    Eigen::MatrixXcd dft(8, 8);
+    arma::cx_vec roots(8);
+    for (int j = 0; j < 8; ++j) {
+        roots(j) = std::polar(1.0, -2 * M_PI * j / 8);
+        for (int k = 0; k < 8; ++k)
+            dft(j, k) = std::polar(1.0, -2 * M_PI * j * k / 8);
+    }
+    const Eigen::VectorXcd samples8 =
+        Eigen::Map<Eigen::VectorXd>(rod.data(), 8).cast<std::complex<double>>();
+    const Eigen::VectorXcd modes = dft * samples8;
+    const std::complex<double> mode1 = modes(1);
 
-    std::printf("rod centre %.3f, deflection %.4f, plate %.3f, pressure %.2f\n", rod[n / 2],
-                deflection(m / 2), plate(6, 4), pressure[2][3][1]);
+    std::printf("rod centre %.3f, deflection %.4f, plate %.3f, pressure %.2f, mode %.3f\n",
+                rod[n / 2], deflection(m / 2), plate(6, 4), pressure[2][3][1], std::abs(mode1));
 
     fprintf(ref, "stop=main\n");
     report<double, 1>(ref, "rod", {{{0, n - 1}}}, [&](auto i) { return rod[i[0]]; });

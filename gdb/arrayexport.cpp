@@ -29,17 +29,13 @@ Fields exportFields(const RequestSnapshot& r, const ArrayFacts& facts, std::size
     const auto written =
         arraylens::exportElements(array, reader, r.slice.toStdString(), r.filter.toStdString(),
                                   r.outFile.toStdString(), options);
-    Fields f;
-    if (!written) {
-        f.append({"result", QStringLiteral("error")});
-        f.append({"msg", QString::fromStdString(written.message())});
-        f.append({"code", QStringLiteral("export")});
-        return f;
-    }
+    if (!written)
+        return errorFields(r, QString::fromStdString(written.message()), QStringLiteral("export"));
     const arraylens::ExportSummary& s = *written;
     QVariantList shape;
     for (std::int64_t e : s.shape)
         shape.append(qlonglong(e));
+    Fields f;
     f.append({"File", r.outFile});
     f.append({"Format", s.format == arraylens::ExportFormat::Npy ? QStringLiteral("npy")
                                                                  : QStringLiteral("csv")});

@@ -438,10 +438,12 @@ bool ArrayResolver::toDescriptor(const ArrayFacts& facts, arraylens::ArrayDescri
     ElementKind kind = ElementKind::Double;
     const ElementClass cls = classifyElement(facts.elementType, facts.fortran);
     if (!kindFor(cls, facts.elementSize, facts.fortran, kind)) {
-        failure = {Failure::Kind::Type,
-                   QStringLiteral("Elements of type %1 (%2 bytes) are not supported.")
-                       .arg(facts.elementType)
-                       .arg(facts.elementSize)};
+        const QString why = QStringLiteral("Elements of type %1 (%2 bytes) are not supported")
+                                .arg(facts.elementType)
+                                .arg(facts.elementSize);
+        failure = {Failure::Kind::Type, facts.elementHint.isEmpty()
+                                            ? why + QLatin1Char('.')
+                                            : why + QStringLiteral(": ") + facts.elementHint};
         return false;
     }
     out = arraylens::ArrayDescriptor();

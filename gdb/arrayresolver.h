@@ -52,6 +52,10 @@ struct ArrayFacts {
     // Why a value that is no array cannot be shown, and what to show
     // instead ("p is a pointer to double: show N elements with *p@N").
     QString refusal;
+    // What to show instead when the elements are structures, in the
+    // language's own syntax ("show a component of every element, for
+    // example cells%density.").
+    QString elementHint;
     // The container family when the value is a container ("std::vector").
     QString family;
     // The address of the value itself, when it is in memory.

@@ -77,6 +77,7 @@ bool readDescriberReply(const QString& console, ArrayFacts& facts, Failure& fail
     facts.isArray = o.value(QLatin1String("isArray")).toBool();
     facts.isPointer = o.value(QLatin1String("isPointer")).toBool();
     facts.refusal = o.value(QLatin1String("refusal")).toString();
+    facts.elementHint = o.value(QLatin1String("elementHint")).toString();
     facts.family = o.value(QLatin1String("family")).toString();
     facts.elementType = o.value(QLatin1String("element")).toString();
     facts.elementSize = o.value(QLatin1String("elementSize")).toInt();

@@ -128,16 +128,6 @@ TypeShape parseFortranType(const QString& typeText) {
     return shape;
 }
 
-QString languageFromShowLanguage(const QString& text) {
-    static const QRegularExpression currently(QStringLiteral("currently ([^\"]+)\""));
-    auto m = currently.match(text);
-    if (m.hasMatch())
-        return m.captured(1).trimmed();
-    static const QRegularExpression plain(QStringLiteral("language is \"([^\"]+)\""));
-    m = plain.match(text);
-    return m.hasMatch() ? m.captured(1).trimmed() : QString();
-}
-
 bool isCStyleLanguage(const QString& language) {
     const QString l = language.toLower();
     return l == QLatin1String("c") || l == QLatin1String("c++") || l == QLatin1String("upc");
@@ -147,53 +137,14 @@ bool isFortranLanguage(const QString& language) {
     return language.toLower().startsWith(QLatin1String("fortran"));
 }
 
-std::optional<quint64> parseAddress(const QString& text) {
-    static const QRegularExpression hex(QStringLiteral("0x([0-9a-fA-F]+)"));
-    const auto m = hex.match(text);
-    if (!m.hasMatch())
-        return std::nullopt;
-    bool ok = false;
-    const quint64 v = m.captured(1).toULongLong(&ok, 16);
-    if (!ok)
-        return std::nullopt;
-    return v;
-}
-
-QString typeFromWhatis(const QString& consoleText) {
-    QString t = consoleText;
-    const int at = t.indexOf(QLatin1String("type = "));
-    if (at >= 0)
-        t = t.mid(at + 7);
-    // ptype spells out a structure over several lines, "struct pt {" first
-    // and "} [3]" last: its members shrink to "{...}", as whatis writes
-    // them, and the whole type stays one line.
-    const int open = t.indexOf(QLatin1Char('{'));
-    if (open >= 0 && t.indexOf(QLatin1Char('\n')) > open) {
-        int depth = 0;
-        for (int i = open; i < t.size(); ++i) {
-            if (t[i] == QLatin1Char('{')) {
-                ++depth;
-            } else if (t[i] == QLatin1Char('}') && --depth == 0) {
-                t = t.left(open) + QStringLiteral("{...}") + t.mid(i + 1);
-                break;
-            }
-        }
-    }
-    const int nl = t.indexOf(QLatin1Char('\n'));
-    if (nl >= 0)
-        t = t.left(nl);
-    return t.trimmed();
-}
-
 QString parenthesised(const QString& expression) {
     return QLatin1Char('(') + expression + QLatin1Char(')');
 }
 
-std::optional<QString> repeatOperand(const QString& expression) {
-    int depth = 0;
+int firstOutsideQuotes(const QString& text, const std::function<bool(int)>& stop) {
     QChar quote;
-    for (int i = 0; i < expression.size(); ++i) {
-        const QChar c = expression[i];
+    for (int i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
         if (!quote.isNull()) {
             if (c == QLatin1Char('\\'))
                 ++i;
@@ -203,29 +154,27 @@ std::optional<QString> repeatOperand(const QString& expression) {
         }
         if (c == QLatin1Char('"') || c == QLatin1Char('\''))
             quote = c;
-        else if (c == QLatin1Char('(') || c == QLatin1Char('['))
+        else if (stop(i))
+            return i;
+    }
+    return -1;
+}
+
+std::optional<QString> repeatOperand(const QString& expression) {
+    int depth = 0;
+    const int at = firstOutsideQuotes(expression, [&](int i) {
+        const QChar c = expression[i];
+        if (c == QLatin1Char('(') || c == QLatin1Char('['))
             ++depth;
         else if (c == QLatin1Char(')') || c == QLatin1Char(']'))
             --depth;
-        else if (c == QLatin1Char('@') && depth == 0)
-            return expression.left(i).trimmed();
-    }
-    return std::nullopt;
-}
-
-QString elementExpression(const QString& expression, const QVector<qint64>& index, bool fortran) {
-    const auto operand = fortran ? std::nullopt : repeatOperand(expression);
-    QString out = operand ? QStringLiteral("(&(%1))").arg(*operand) : parenthesised(expression);
-    if (fortran) {
-        QStringList parts;
-        for (qint64 i : index)
-            parts << QString::number(i);
-        out += QLatin1Char('(') + parts.join(QLatin1Char(',')) + QLatin1Char(')');
-    } else {
-        for (qint64 i : index)
-            out += QLatin1Char('[') + QString::number(i) + QLatin1Char(']');
-    }
-    return out;
+        else
+            return c == QLatin1Char('@') && depth == 0;
+        return false;
+    });
+    if (at < 0)
+        return std::nullopt;
+    return expression.left(at).trimmed();
 }
 
 namespace {

@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <QVector>
+#include <functional>
 #include <optional>
 
 namespace arraylens::gdb {
@@ -36,34 +37,24 @@ TypeShape parseCType(const QString& typeText);
 // "character*8 (3)", "real(kind=8)" (a scalar).
 TypeShape parseFortranType(const QString& typeText);
 
-// The language name inside gdb's `show language` answer:
-// 'The current source language is "auto; currently c".' gives "c".
-QString languageFromShowLanguage(const QString& text);
 // C slice syntax: "c", "c++" and "upc", in any case.
 bool isCStyleLanguage(const QString& language);
 bool isFortranLanguage(const QString& language);
-
-// The first hexadecimal number of an address answer: "0x5555 <a+8>",
-// "(double *) 0x5555". Nothing when there is none.
-std::optional<quint64> parseAddress(const QString& text);
-
-// The text after "type = " of a whatis/ptype answer, first line only.
-QString typeFromWhatis(const QString& consoleText);
 
 // Wraps an expression so that it can be indexed, called or have its address
 // taken without binding to a neighbouring operator.
 QString parenthesised(const QString& expression);
 
+// Walks `text` as gdb reads an expression: calls `stop(i)` at each position
+// outside string and character literals (their quotes included, a
+// backslash escaping the next character) and gives the first position at
+// which it returns true, -1 when there is none.
+int firstOutsideQuotes(const QString& text, const std::function<bool(int)>& stop);
+
 // The left operand of a gdb artificial array (`*p@100` gives `*p`), or
 // nothing when the expression has no `@` outside brackets, parentheses and
 // quotes.
 std::optional<QString> repeatOperand(const QString& expression);
-
-// An element of the array by index list: C `(E)[0][1]`, Fortran `(E)(0,-2)`.
-// For an artificial array `L@N` the element is `(&(L))[i]...`: gdb reads the
-// whole of `L@N` whenever it evaluates it, even to take an address, while a
-// pointer to its first element costs nothing.
-QString elementExpression(const QString& expression, const QVector<qint64>& index, bool fortran);
 
 // The reinterpreting cast that makes `expression` show as type `type`:
 // `*(double(*)[1000])&(E)` for an array, `*(double(*)[1000])(E)` for a

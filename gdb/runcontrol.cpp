@@ -1,5 +1,7 @@
 #include "runcontrol.h"
 
+#include "gdbtypes.h"
+
 #include <QFileInfo>
 #include <QStringList>
 
@@ -18,27 +20,12 @@ QString quoted(const QString& text) {
 // Where " if" starts the condition: at a blank outside quotes, followed by a
 // blank or the end of the text. -1 when there is none.
 int conditionKeyword(const QString& text) {
-    QChar quote;
-    for (int i = 0; i < text.size(); ++i) {
-        const QChar c = text[i];
-        if (!quote.isNull()) {
-            if (c == QLatin1Char('\\'))
-                ++i;
-            else if (c == quote)
-                quote = QChar();
-            continue;
-        }
-        if (c == QLatin1Char('"') || c == QLatin1Char('\'')) {
-            quote = c;
-            continue;
-        }
-        if (!c.isSpace() || text.midRef(i + 1, 2) != QLatin1String("if"))
-            continue;
+    return firstOutsideQuotes(text, [&](int i) {
+        if (!text[i].isSpace() || text.midRef(i + 1, 2) != QLatin1String("if"))
+            return false;
         const int after = i + 3;
-        if (after == text.size() || text[after].isSpace())
-            return i;
-    }
-    return -1;
+        return after == text.size() || text[after].isSpace();
+    });
 }
 
 // A frame as "func (file:line)", or the address when gdb knows no more.

@@ -7,6 +7,7 @@
 // host add on top of the service.
 //
 //   xvfb-run -a -s "-screen 0 1600x1200x24" build/bin/bench_shell [runs]
+#include "eventwait.h"
 #include "gdbdebugger.h"
 #include "gdbexpression.h"
 #include "gdbsession.h"
@@ -30,14 +31,7 @@ constexpr int kTimeoutMs = 60000;
 constexpr double kTargetMs = 150.0;
 
 template <class Pred> bool waitFor(Pred done, int timeoutMs = kTimeoutMs) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-    }
-    return true;
+    return arraylens::gdb::waitWithEventLoop(done, timeoutMs);
 }
 
 QString breakLocation(const QString& key) {

@@ -3,6 +3,7 @@
 #include "element.h"
 #include "filter.h"
 #include "format.h"
+#include "prepare.h"
 #include "slice.h"
 #include "table.h"
 #include "walk.h"
@@ -387,21 +388,15 @@ Result<std::string> npyDtype(ElementKind kind) {
 Result<ExportSummary> exportElements(const ArrayDescriptor& array, Reader& reader,
                                      std::string_view sliceText, std::string_view filterText,
                                      const std::string& path, const ExportOptions& options) {
-    Status v = validate(array);
-    if (!v)
-        return v.error();
+    Result<Selection> selection = prepareSelection(array, sliceText, filterText);
+    if (!selection)
+        return selection.error();
     Result<ExportFormat> format = exportFormatOf(path);
     if (!format)
         return format.error();
-    Result<Slice> slice = parseSlice(sliceText, array);
-    if (!slice)
-        return slice.error();
-    Result<Filter> filter = compileFilter(filterText);
-    if (!filter)
-        return filter.error();
     if (*format == ExportFormat::Npy)
-        return writeNpy(array, reader, *slice, *filter, path, options);
-    return writeCsv(array, reader, sliceText, *slice, *filter, path, options);
+        return writeNpy(array, reader, selection->slice, selection->filter, path, options);
+    return writeCsv(array, reader, sliceText, selection->slice, selection->filter, path, options);
 }
 
 } // namespace arraylens

@@ -3,6 +3,7 @@
 #include "element.h"
 #include "filter.h"
 #include "parallel.h"
+#include "prepare.h"
 #include "slice.h"
 #include "walk.h"
 
@@ -110,23 +111,18 @@ Status collect(const TilePlan& plan, Reader& reader, const Filter& filter,
 Result<PlotValues> plotValues(const ArrayDescriptor& array, Reader& reader,
                               std::string_view sliceText, std::string_view filterText,
                               const PlotOptions& options) {
-    Status v = validate(array);
-    if (!v)
-        return v.error();
-    Result<Slice> parsed = parseSlice(sliceText, array);
-    if (!parsed)
-        return parsed.error();
-    Result<Filter> filter = compileFilter(filterText);
-    if (!filter)
-        return filter.error();
-    const Slice& slice = parsed.value();
+    Result<Selection> selection = prepareSelection(array, sliceText, filterText);
+    if (!selection)
+        return selection.error();
+    const Slice& slice = selection->slice;
+    const Filter& filter = selection->filter;
     PlotValues out;
     out.arrayName = array.expression;
     out.actualType = array.typeName;
-    out.filter = filter->text();
+    out.filter = filter.text();
     out.emptySlice = wholeArraySliceText(array);
     const std::size_t rank = slice.rank();
-    out.rank = filter->empty() ? static_cast<int>(std::max<std::size_t>(rank, 1)) : 1;
+    out.rank = filter.empty() ? static_cast<int>(std::max<std::size_t>(rank, 1)) : 1;
     if (out.rank == 2) {
         const std::vector<std::size_t> kept = slice.keptDims();
         out.rows = slice.dims[kept[0]].count;
@@ -134,7 +130,7 @@ Result<PlotValues> plotValues(const ArrayDescriptor& array, Reader& reader,
     }
     const TilePlan plan(layoutOf(array, slice.dims), options.tileBytes);
     Status s = withRepr(kindInfo(array.kind).repr, [&](auto tag) {
-        return collect<decltype(tag)::repr>(plan, reader, filter.value(), options, out);
+        return collect<decltype(tag)::repr>(plan, reader, filter, options, out);
     });
     if (!s)
         return s.error();

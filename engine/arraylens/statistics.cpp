@@ -3,6 +3,7 @@
 #include "kernels.h"
 #include "matchspan.h"
 #include "onepass.h"
+#include "prepare.h"
 
 #include <algorithm>
 #include <cmath>
@@ -309,18 +310,14 @@ Status placeMatches(const PassContext& ctx, Repr repr, const Slice& slice, Langu
 Result<Statistics> computeStatistics(const ArrayDescriptor& array, Reader& reader,
                                      std::string_view sliceText, std::string_view filterText,
                                      const StatisticsOptions& options) {
-    Status v = validate(array);
-    if (!v)
-        return v.error();
-    Result<Slice> slice = parseSlice(sliceText, array);
-    if (!slice)
-        return slice.error();
-    Result<Filter> filter = compileFilter(filterText);
-    if (!filter)
-        return filter.error();
-    const Layout layout = layoutOf(array, slice->dims);
+    Result<Selection> selection = prepareSelection(array, sliceText, filterText);
+    if (!selection)
+        return selection.error();
+    const Slice& slice = selection->slice;
+    const Filter& filter = selection->filter;
+    const Layout layout = layoutOf(array, slice.dims);
     const TilePlan plan(layout, options.tileBytes);
-    PassContext ctx{plan, reader, threadsFor(options), filter.value(), options.cancel, &layout};
+    PassContext ctx{plan, reader, threadsFor(options), filter, options.cancel, &layout};
     Statistics out;
     out.array = array.expression;
     out.actualType = array.typeName;
@@ -329,10 +326,10 @@ Result<Statistics> computeStatistics(const ArrayDescriptor& array, Reader& reade
         repr, [&](auto tag) { return statisticsOf<decltype(tag)::repr>(ctx, options, out); });
     if (!s)
         return s.error();
-    if (Status m = placeMatches(ctx, repr, *slice, array.language, out); !m)
+    if (Status m = placeMatches(ctx, repr, slice, array.language, out); !m)
         return m.error();
     out.emptySlice = wholeArraySliceText(array);
-    out.filter = filter->text();
+    out.filter = filter.text();
     return out;
 }
 

@@ -3,6 +3,7 @@
 #include "element.h"
 #include "filter.h"
 #include "parallel.h"
+#include "prepare.h"
 #include "slice.h"
 #include "walk.h"
 
@@ -30,16 +31,11 @@ std::string dimensionNumbers(std::size_t n) {
 
 Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::string_view sliceText,
                          std::string_view filterText, const TableOptions& options) {
-    Status v = validate(array);
-    if (!v)
-        return v.error();
-    Result<Slice> parsed = parseSlice(sliceText, array);
-    if (!parsed)
-        return parsed.error();
-    Result<Filter> filter = compileFilter(filterText);
-    if (!filter)
-        return filter.error();
-    const Slice& slice = parsed.value();
+    Result<Selection> selection = prepareSelection(array, sliceText, filterText);
+    if (!selection)
+        return selection.error();
+    const Slice& slice = selection->slice;
+    const Filter& filter = selection->filter;
     const std::size_t n = array.dims.size();
 
     // The plane, when the request leaves it open, is made of the dimensions
@@ -90,7 +86,7 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
     Table t;
     t.arrayName = array.expression;
     t.actualType = array.typeName;
-    t.filter = filter->text();
+    t.filter = filter.text();
     t.emptySlice = wholeArraySliceText(array);
     t.dimCount = static_cast<int>(n);
     t.rowDim = static_cast<int>(rowDim);
@@ -197,7 +193,6 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
                     : static_cast<std::int64_t>(array.elementSize)};
     const TilePlan plan(layout, options.tileBytes);
     t.cells.assign(static_cast<std::size_t>(cellCount), std::string());
-    const Filter& f = filter.value();
     const ElementKind kind = array.kind;
     const DataFormat format = options.format;
     Status s = withRepr(kindInfo(kind).repr, [&](auto tag) {
@@ -209,7 +204,7 @@ Result<Table> tableCells(const ArrayDescriptor& array, Reader& reader, std::stri
                 for (const ElementRun& run : view.runs) {
                     const unsigned char* p = run.first;
                     for (std::size_t k = 0; k < run.count; ++k, p += run.step, ++at)
-                        if (f.matches<R>(p))
+                        if (filter.matches<R>(p))
                             t.cells[at] = formatElement(kind, p, format);
                 }
                 return Status::Ok();

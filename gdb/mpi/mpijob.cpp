@@ -1,12 +1,10 @@
 #include "mpijob.h"
 
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QStandardPaths>
-#include <QTimer>
 
 #include <algorithm>
 #include <csignal>
@@ -61,23 +59,6 @@ bool isDebugged(const std::unique_ptr<GdbSession>& s) {
 }
 
 } // namespace
-
-bool waitWithEventLoop(const std::function<bool()>& done, int timeoutMs) {
-    if (done())
-        return true;
-    QEventLoop loop;
-    QElapsedTimer clock;
-    clock.start();
-    QTimer check;
-    check.setInterval(1);
-    QObject::connect(&check, &QTimer::timeout, &loop, [&] {
-        if (done() || clock.elapsed() > timeoutMs)
-            loop.quit();
-    });
-    check.start();
-    loop.exec();
-    return done();
-}
 
 QString rankListWords(const QVector<int>& ranks) {
     QStringList parts;

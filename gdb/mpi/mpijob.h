@@ -14,6 +14,7 @@
 // the calls that wait keep that thread's event loop turning.
 #pragma once
 
+#include "eventwait.h"
 #include "gdbsession.h"
 
 #include <QByteArray>
@@ -133,12 +134,6 @@ private:
     QString launcherStopFunction_;
     QString launcherExit_;
 };
-
-// Keeps the calling thread's event loop turning until `done` holds or time
-// runs out, looking every millisecond; gives done(). processEvents with a
-// time limit does not wait for events, it spins, and a spinning thread
-// takes a core from the engine's threads while they compute.
-bool waitWithEventLoop(const std::function<bool()>& done, int timeoutMs);
 
 // "0-3,7" as rank numbers in order, each once. False with `error` when the
 // text is not such a list or names a rank at or above `size`.

@@ -37,10 +37,15 @@ class Recipe:
               `strides` is not given
     check     value -> None, or raises Refused (a layout this recipe does not
               show, for example packed bits)
+    holder    value -> (name, ...) the members, from the container on, that
+              lead to the pointer or C array holding the elements, so that a
+              refusal can name one element as the user types it in gdb; None
+              where gdb indexes the container itself (libstdc++'s xmethods:
+              `v[0]`)
     """
 
     def __init__(self, name, pattern, data, extents, element, bases=None, strides=None,
-                 order="C", check=None):
+                 order="C", check=None, holder=None):
         self.name = name
         self.pattern = re.compile(pattern)
         self.data = data
@@ -50,6 +55,7 @@ class Recipe:
         self.strides = strides
         self.order = order
         self.check = check
+        self.holder = holder
 
     def matches(self, type_name):
         return bool(self.pattern.search(type_name))
@@ -153,6 +159,12 @@ def _eigen_data(value):
         return data
     element = template_argument(value.type.strip_typedefs(), 0)
     return data["array"].address.cast(element.pointer())
+
+
+def _eigen_holder(value):
+    if value["m_storage"]["m_data"].type.strip_typedefs().code == gdb.TYPE_CODE_PTR:
+        return ("m_storage", "m_data")
+    return ("m_storage", "m_data", "array")
 
 
 def _eigen_extents(value):
@@ -279,26 +291,30 @@ RECIPES = [
            data=_eigen_data,
            extents=_eigen_extents,
            strides=_eigen_strides,
-           element=_first_argument),
+           element=_first_argument,
+           holder=_eigen_holder),
     Recipe(name="Eigen::Map",
            pattern=r"^Eigen::Map<Eigen::(Matrix|Array)<",
            data=lambda v: v["m_data"],
            extents=lambda v: _eigen_map_layout(v)[0],
            strides=lambda v: _eigen_map_layout(v)[1],
            element=lambda v, t: template_argument(
-               t.template_argument(0).strip_typedefs().unqualified(), 0)),
+               t.template_argument(0).strip_typedefs().unqualified(), 0),
+           holder=lambda v: ("m_data",)),
     Recipe(name="arma::Mat",
            pattern=r"^arma::(Mat|Col|Row)<",
            data=lambda v: v["mem"],
            extents=_arma_extents,
            order="F",
-           element=_first_argument),
+           element=_first_argument,
+           holder=lambda v: ("mem",)),
     Recipe(name="arma::Cube",
            pattern=r"^arma::Cube<",
            data=lambda v: v["mem"],
            extents=lambda v: [int(v["n_rows"]), int(v["n_cols"]), int(v["n_slices"])],
            order="F",
-           element=_first_argument),
+           element=_first_argument,
+           holder=lambda v: ("mem",)),
     Recipe(name="boost::multi_array",
            pattern=r"^boost::(const_)?multi_array(_ref)?<|"
                    r"^boost::detail::multi_array::(const_)?multi_array_view<",
@@ -306,20 +322,23 @@ RECIPES = [
            extents=lambda v: _boost_list(v, "extent_list_"),
            bases=lambda v: _boost_list(v, "index_base_list_"),
            strides=lambda v: _boost_list(v, "stride_list_"),
-           element=_first_argument),
+           element=_first_argument,
+           holder=lambda v: ("base_",)),
     Recipe(name="xtensor",
            pattern=r"^xt::(xarray|xtensor)_container<",
            data=lambda v: v["m_storage"]["p_begin"],
            extents=lambda v: _xt_list(v["m_shape"]),
            strides=lambda v: _xt_list(v["m_strides"]),
-           element=lambda v, t: element_of_pointer(v, ("m_storage", "p_begin"))),
+           element=lambda v, t: element_of_pointer(v, ("m_storage", "p_begin")),
+           holder=lambda v: ("m_storage", "p_begin")),
     Recipe(name="blitz::Array",
            pattern=r"^blitz::Array<",
            data=_blitz_data,
            extents=lambda v: _blitz_list(v, "length_"),
            bases=lambda v: _blitz_list(v, "storage_", "base_"),
            strides=lambda v: _blitz_list(v, "stride_"),
-           element=_first_argument),
+           element=_first_argument,
+           holder=lambda v: ("data_",)),
 ]
 
 
@@ -351,27 +370,65 @@ def find_recipe(type_):
     return None
 
 
-def check_element(recipe, element):
+def first_element_text(recipe, value):
+    """The element at the lowest index of every dimension as the user types
+    it in gdb, with {expr} for the container: `{expr}[0]` where gdb indexes
+    the container itself, otherwise through the member that holds the
+    elements (`{expr}.mem[0]`), since gdb cannot call an Eigen or Armadillo
+    operator()."""
+    if recipe.holder is None:
+        return "{expr}[0]"
+    path = recipe.holder(value)
+    held = value
+    for name in path:
+        held = held[name]
+    try:
+        base = held[0].address if held.type.strip_typedefs().code == gdb.TYPE_CODE_ARRAY \
+            else held
+        index = int(recipe.data(value) - base)
+    except (RuntimeError, gdb.error):
+        index = 0
+    return "{expr}.%s[%d]" % (".".join(path), index)
+
+
+def first_number_member(type_):
+    """The name of the first member of a structure that is a number or a
+    character, or None."""
+    for field in type_.fields():
+        if field.name and not field.is_base_class and \
+                field.type.strip_typedefs().code in SCALAR_CODES:
+            return field.name
+    return None
+
+
+def check_element(recipe, value, element):
     """Refuses elements that are not numbers or characters, in words that
-    say what can be shown instead."""
+    say what can be shown instead, written as the user types it for this
+    family."""
     bare = element.strip_typedefs()
     while bare.code == gdb.TYPE_CODE_TYPEDEF:
         bare = bare.strip_typedefs()
     if bare.code in SCALAR_CODES:
         return
     family = recipe.name
+    first = first_element_text(recipe, value)
     if bare.code in (gdb.TYPE_CODE_STRUCT, gdb.TYPE_CODE_UNION):
         inner = find_recipe(bare)
         if inner is not None:
             raise Refused(("{expr} is a %s of %s, a container of containers: show one of them, "
-                           "for example {expr}[0].") % (family, short_type_name(element)))
-        raise Refused(("{expr} is a %s of %s, which are structures, not "
-                       "numbers: print one of them, for example {expr}[0].") % (family, short_type_name(element)))
+                           "for example %s.") % (family, short_type_name(element), first))
+        member = first_number_member(bare)
+        if member is not None:
+            raise Refused(("{expr} is a %s of %s, which are structures, not numbers: print a "
+                           "member of one of them, for example %s.%s.")
+                          % (family, short_type_name(element), first, member))
+        raise Refused(("{expr} is a %s of %s, which are structures, not numbers: print one of "
+                       "them, for example %s.") % (family, short_type_name(element), first))
     if bare.code == gdb.TYPE_CODE_PTR:
         raise Refused(("{expr} is a %s of pointers (%s): show what one of them points to, "
-                       "for example *{expr}[0]@N.") % (family, short_type_name(element)))
+                       "for example *%s@N.") % (family, short_type_name(element), first))
     raise Refused(("{expr} is a %s of %s, which is not a number or a character: "
-                   "print one element, for example {expr}[0].") % (family, short_type_name(element)))
+                   "print one element, for example %s.") % (family, short_type_name(element), first))
 
 
 def container_layout(value):
@@ -392,7 +449,7 @@ def container_layout(value):
     if element is None:
         raise Refused("gdb does not know the element type of {expr} (%s)." % short_type_name(
             value.type))
-    check_element(recipe, element)
+    check_element(recipe, value, element)
     extents = [int(n) for n in recipe.extents(value)]
     bases = [int(b) for b in recipe.bases(value)] if recipe.bases else [0] * len(extents)
     if recipe.strides:

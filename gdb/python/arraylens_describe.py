@@ -425,6 +425,27 @@ def pointer_hint(text, type_):
     return "%s is a pointer to %s: show N elements with *%s@N" % (text, str(target), operand)
 
 
+def structure_hint(text, element, dims, fortran):
+    """What to show of an array whose elements are structures, in the
+    language's own syntax: in Fortran a component of every element, which
+    the describer takes across the array itself (`cells%density`); in C a
+    member of one element (`nodes[0][0].x`). None for other elements."""
+    bare = element.strip_typedefs()
+    if bare.code not in (gdb.TYPE_CODE_STRUCT, gdb.TYPE_CODE_UNION):
+        return None
+    member = arraylens_containers.first_number_member(bare)
+    if fortran:
+        if member is None:
+            return "they are of a derived type without a component that is a number."
+        return "they are of a derived type: show a component of every element, for example " \
+            "%s%%%s." % (text, member)
+    if member is None:
+        return "they are structures, not numbers."
+    index = "".join("[%d]" % lo for lo, _ in dims)
+    return "they are structures, not numbers: print a member of one of them, for example " \
+        "%s%s.%s." % (operand_of(text), index, member)
+
+
 def describe_text(text, layout):
     fortran = is_fortran()
     facts = {"language": gdb.current_language(), "isArray": False, "isPointer": False}
@@ -487,6 +508,9 @@ def describe_text(text, layout):
     facts["dims"] = [[str(lo), str(hi)] for lo, hi in dims]
     facts["element"] = element_text(element)
     facts["elementSize"] = element.sizeof
+    hint = structure_hint(text, element, dims, fortran)
+    if hint:
+        facts["elementHint"] = hint
     if not layout:
         return facts
     address, strides = layout_of(value, levels)

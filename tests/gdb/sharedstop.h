@@ -36,6 +36,19 @@ protected:
             return QStringLiteral("<error>");
         return QString::fromStdString(r->record().results["value"].asString());
     }
+    // What a refusal offers to type instead (the words after its last "for
+    // example ", N as 2), read through gdb: "<error>" when gdb cannot.
+    static QString valueOfOffered(const QString& words) {
+        const QString marker = QStringLiteral("for example ");
+        const int at = words.lastIndexOf(marker);
+        if (at < 0)
+            return QStringLiteral("<error>");
+        QString typed = words.mid(at + marker.size());
+        if (typed.endsWith(QLatin1Char('.')))
+            typed.chop(1);
+        typed.replace(QStringLiteral("@N"), QStringLiteral("@2"));
+        return value(typed);
+    }
     // The words a request answers with for the typed text.
     static QString refusalOf(const QString& expression) {
         ArrayStatisticsRequest r;

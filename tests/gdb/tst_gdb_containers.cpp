@@ -297,11 +297,17 @@ TEST_F(GdbContainers, WhatIsNoArrayOfNumbersIsRefusedWithWhatToShowAndEmptyIsEmp
         {"positions", "positions is a std::vector of Eigen::Matrix<double, 3, 1, 0, 3, 1>, a "
                       "container of containers: show one of them, for example positions[0]."},
         {"particles", "particles is a std::vector of Particle, which are structures, not numbers: "
-                      "print one of them, for example particles[0]."},
+                      "print a member of one of them, for example particles[0].x."},
         {"spectrum", "spectrum is a std::vector of std::complex<double>, which are structures, "
                      "not numbers: print one of them, for example spectrum[0]."},
         {"frozen", "frozen is a std::vector<bool>, which packs its elements as bits: show one "
                    "element, for example frozen[0]."},
+        // gdb cannot call Eigen's or Armadillo's operator(): one element is
+        // named through the member that holds them.
+        {"dft", "dft is a Eigen::Matrix of std::complex<double>, which are structures, not "
+                "numbers: print one of them, for example dft.m_storage.m_data[0]."},
+        {"roots", "roots is a arma::Mat of std::complex<double>, which are structures, not "
+                  "numbers: print one of them, for example roots.mem[0]."},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.expression);
@@ -309,6 +315,8 @@ TEST_F(GdbContainers, WhatIsNoArrayOfNumbersIsRefusedWithWhatToShowAndEmptyIsEmp
         EXPECT_FALSE(e->isArray());
         EXPECT_EQ(refusalOf(QLatin1String(c.expression)).toStdString(),
                   std::string("error ") + c.words);
+        // What the words offer is what gdb reads in this frame.
+        EXPECT_NE(valueOfOffered(QLatin1String(c.words)), QStringLiteral("<error>"));
     }
 
     // Empty is no refusal: an array without elements.

@@ -120,7 +120,8 @@ TEST_F(DomainMembers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
          "domain.m_regElemList is a std::vector of std::vector<int>, a container of containers: "
          "show one of them, for example domain.m_regElemList[0]."},
         {"domain.m_nodes", "domain.m_nodes is a std::vector of Node, which are structures, not "
-                           "numbers: print one of them, for example domain.m_nodes[0]."},
+                           "numbers: print a member of one of them, for example "
+                           "domain.m_nodes[0].x."},
         {"domain.m_material",
          "domain.m_material is a std::vector of Material, which is not a number or a character: "
          "print one element, for example domain.m_material[0]."},
@@ -138,6 +139,7 @@ TEST_F(DomainMembers, ContainersOfWhatIsNoNumberAreRefusedWithWhatToShow) {
         EXPECT_FALSE(e->isArray());
         EXPECT_EQ(refusalOf(QLatin1String(c.expression)),
                   QStringLiteral("error ") + QLatin1String(c.words));
+        EXPECT_NE(valueOfOffered(QLatin1String(c.words)), QStringLiteral("<error>"));
     }
 }
 
@@ -208,6 +210,16 @@ TEST(HydroFortran, ModuleVariablesPointerArraysAndComponentsAtEveryStop) {
         GdbExpression* e = rig->evaluate(QLatin1String(c.expression));
         EXPECT_EQ(e->getErrorMessage(), QLatin1String(c.words));
     }
+    // The derived types themselves are no numbers: the words offer a
+    // component across the array, in Fortran's syntax, which is shown.
+    auto cells = rig->statistics(rig->evaluate(QStringLiteral("cells")));
+    EXPECT_EQ(resultOf(cells), QStringLiteral("error"));
+    EXPECT_TRUE(msgOf(cells).endsWith(QStringLiteral(
+        "are not supported: they are of a derived type: show a component of every element, for "
+        "example cells%material.")))
+        << msgOf(cells).toStdString();
+    auto material = rig->statistics(rig->evaluate(QStringLiteral("cells%material")));
+    EXPECT_EQ(resultOf(material), QStringLiteral("done")) << msgOf(material).toStdString();
 
     ASSERT_TRUE(rig->runToStop(QStringLiteral("-exec-continue"), &why)) << why.toStdString();
     // The main program reaches the module only through another one: gdb

@@ -126,12 +126,18 @@ TEST(GdbFaults, ArraysOfStructuresKeepTheirWholeTypeText) {
               QStringList{rig->ref.value(QStringLiteral("corners.bounds"))});
 
     // Numbers of structures are refused, in words that name the whole type
-    // (the type's name, never its first line of members).
+    // (the type's name, never its first line of members), and a member of
+    // one element, in C's own syntax, to print instead.
     auto stats = rig->statistics(rig->evaluate(QStringLiteral("nodes")));
     EXPECT_EQ(resultOf(stats), QStringLiteral("error"));
-    EXPECT_EQ(msgOf(stats), QStringLiteral("Elements of type %1 (%2 bytes) are not supported.")
+    EXPECT_EQ(msgOf(stats), QStringLiteral("Elements of type %1 (%2 bytes) are not supported: they "
+                                           "are structures, not numbers: print a member of one of "
+                                           "them, for example nodes[0][0].x.")
                                 .arg(rig->ref.value(QStringLiteral("nodes.struct")),
                                      rig->ref.value(QStringLiteral("nodes.element_size"))));
+    auto offered = rig->mi(QStringLiteral("-data-evaluate-expression nodes[0][0].x"));
+    ASSERT_TRUE(offered);
+    EXPECT_FALSE(offered->isError()) << offered->errorMessage().toStdString();
 }
 
 } // namespace

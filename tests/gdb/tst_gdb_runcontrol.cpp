@@ -120,18 +120,4 @@ TEST(UnexpectedStops, ASignalIsNamedWithTheProgramsOwnFunction) {
                     .isEmpty());
 }
 
-TEST(TypeTexts, AStructureOverSeveralLinesStaysWhole) {
-    EXPECT_EQ(
-        typeFromWhatis(QStringLiteral("type = struct pt {\n    double x;\n    double y;\n} [3]\n")),
-        QStringLiteral("struct pt {...} [3]"));
-    EXPECT_EQ(
-        typeFromWhatis(QStringLiteral(
-            "type = struct outer {\n    struct {\n        int a;\n    } in;\n    int b;\n}\n")),
-        QStringLiteral("struct outer {...}"));
-    EXPECT_EQ(typeFromWhatis(QStringLiteral("type = struct {...} [4]\n")),
-              QStringLiteral("struct {...} [4]"));
-    EXPECT_EQ(typeFromWhatis(QStringLiteral("type = double [10][20]\n")),
-              QStringLiteral("double [10][20]"));
-}
-
 } // namespace

@@ -73,36 +73,16 @@ TEST(FortranTypes, ScalarsAndUnallocated) {
     EXPECT_FALSE(parseFortranType(QStringLiteral("real(kind=8) (*)")).problem.isEmpty());
 }
 
-TEST(GdbAnswers, LanguageAddressAndType) {
-    EXPECT_EQ(languageFromShowLanguage(
-                  QStringLiteral("The current source language is \"auto; currently c\".\n")),
-              QStringLiteral("c"));
-    EXPECT_EQ(languageFromShowLanguage(
-                  QStringLiteral("The current source language is \"auto; currently fortran\".")),
-              QStringLiteral("fortran"));
-    EXPECT_EQ(languageFromShowLanguage(QStringLiteral("The current source language is \"c++\".")),
-              QStringLiteral("c++"));
-    EXPECT_EQ(parseAddress(QStringLiteral("0x55555555c040 <grid>")), 0x55555555c040ULL);
-    EXPECT_EQ(parseAddress(QStringLiteral("(double *) 0x7fff0010")), 0x7fff0010ULL);
-    EXPECT_FALSE(parseAddress(QStringLiteral("42")).has_value());
-    EXPECT_EQ(typeFromWhatis(QStringLiteral("type = double [10][20]\n")),
-              QStringLiteral("double [10][20]"));
+TEST(GdbAnswers, Languages) {
     EXPECT_TRUE(isCStyleLanguage(QStringLiteral("C++")));
     EXPECT_TRUE(isCStyleLanguage(QStringLiteral("upc")));
     EXPECT_FALSE(isCStyleLanguage(QStringLiteral("fortran")));
 }
 
 TEST(Expressions, ElementsAndCasts) {
-    EXPECT_EQ(elementExpression(QStringLiteral("*p@100"), {3}, false),
-              QStringLiteral("(&(*p))[3]"));
-    EXPECT_EQ(elementExpression(QStringLiteral("grid[1]@3"), {2, 4}, false),
-              QStringLiteral("(&(grid[1]))[2][4]"));
-    EXPECT_EQ(elementExpression(QStringLiteral("grid"), {2, 4}, false),
-              QStringLiteral("(grid)[2][4]"));
     EXPECT_EQ(repeatOperand(QStringLiteral("p[0]@100")), QStringLiteral("p[0]"));
     EXPECT_EQ(repeatOperand(QStringLiteral("f(\"a@b\")")), std::nullopt);
     EXPECT_EQ(repeatOperand(QStringLiteral("a[(b@2)[0]]")), std::nullopt);
-    EXPECT_EQ(elementExpression(QStringLiteral("x"), {0, -2}, true), QStringLiteral("(x)(0,-2)"));
     EXPECT_EQ(reinterpretCast(QStringLiteral("p"), QStringLiteral("double[1000]"), false, {}),
               QStringLiteral("*(double(*)[1000])(p)"));
     EXPECT_EQ(reinterpretCast(QStringLiteral("grid"), QStringLiteral("float [10][40]"), true, {}),

@@ -4,6 +4,7 @@
 // what the window shows.
 #pragma once
 
+#include "eventwait.h"
 #include "gdbsession.h"
 #include "shell/debuggerwindow.h"
 #include "support/examples.h"
@@ -13,7 +14,6 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QMap>
 #include <QMenu>
@@ -33,14 +33,7 @@ namespace shelltest {
 constexpr int kWaitMs = 30000;
 
 template <class Pred> bool waitFor(Pred done, int timeoutMs = kWaitMs) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
+    return arraylens::gdb::waitWithEventLoop(done, timeoutMs);
 }
 
 inline QString breakLocation(const QString& key) {

@@ -7,7 +7,6 @@
 
 #include <QApplication>
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QLineEdit>
 #include <QMainWindow>
@@ -30,16 +29,7 @@ const QString kUpdate = QStringLiteral("com.northquay.command.update.com.northqu
 const QString kFilterCommand = QStringLiteral("com.northquay.arraylensview.filter.command");
 const QString kPopupEntry = QStringLiteral("Add to Array Lens - Statistics, Visualize");
 
-template <class Pred> bool waitFor(Pred done, int timeoutMs = 5000) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
-}
+using fake::waitFor;
 
 // A main window with a tab widget inside a splitter, the services over it,
 // the fake debugger as the core plug-in's service, and the module loaded

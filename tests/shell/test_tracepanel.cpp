@@ -7,6 +7,7 @@
 #include "shellrig.h"
 
 #include <QAction>
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QTabWidget>
 #include <QTreeWidget>
