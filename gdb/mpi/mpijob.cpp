@@ -375,6 +375,8 @@ void MpiJob::watch(Rank& rank) {
         if (record.klass == "stopped") {
             r.stopReason = QString::fromStdString(reason);
             r.stopSignal = QString::fromStdString(record.results["signal-name"].asString());
+            r.aborting = reason == "breakpoint-hit" && !r.abortBreakpoint.empty() &&
+                         record.results["bkptno"].asString() == r.abortBreakpoint;
         }
         if (record.klass == "stopped" && reason.rfind("exited", 0) == 0) {
             const std::string code = record.results["exit-code"].asString();
@@ -440,8 +442,21 @@ bool MpiJob::attachRanks(QString& error) {
                         .arg(r.pid);
             return false;
         }
+        catchAbort(r);
     }
     return true;
+}
+
+// A rank that calls MPI_Abort (the C and Fortran bindings both end in
+// PMPI_Abort) stops there, so the wait learns which rank gave up, with what
+// code and from where, and the user can look at it. Left to itself the call
+// ends the job through the launcher, whose own notice of it is not always
+// printed. At the entry of the function, where the arguments are still in
+// their registers: the library has no debug information to name them.
+void MpiJob::catchAbort(Rank& r) {
+    auto reply = r.session->send(QStringLiteral("-break-insert *PMPI_Abort"));
+    if (reply->waitProcessingEvents(options_.commandTimeoutMs) && !reply->isError())
+        r.abortBreakpoint = reply->record().results["bkpt"]["number"].asString();
 }
 
 bool MpiJob::launch(int count, const QString& program, const QStringList& args, QString& error) {
@@ -493,10 +508,14 @@ bool MpiJob::insertBreakpoint(const QString& arguments, QString& error) {
 }
 
 QString MpiJob::whereIs(Rank& r) {
-    QString error;
+    return QStringLiteral("rank %1 is %2").arg(r.rank).arg(placeOf(r));
+}
+
+// "in f at file.c:12", "in PMPI_Abort, called from main at file.c:40".
+QString MpiJob::placeOf(Rank& r) {
     auto reply = r.session->send(QStringLiteral("-stack-list-frames 0 15"));
     if (!reply->waitProcessingEvents(options_.commandTimeoutMs) || reply->isError())
-        return QStringLiteral("rank %1 is somewhere gdb cannot tell").arg(r.rank);
+        return QStringLiteral("somewhere gdb cannot tell");
     const mi::Value& stack = reply->record().results["stack"];
     QString innermost, own;
     for (const auto& m : stack.members()) {
@@ -513,14 +532,43 @@ QString MpiJob::whereIs(Rank& r) {
                       .arg(func, QFileInfo(QString::fromStdString(f["file"].asString())).fileName(),
                            QString::fromStdString(f["line"].asString()));
             if (&m == &stack.members().front())
-                return QStringLiteral("rank %1 is in %2").arg(r.rank).arg(own);
+                return QStringLiteral("in %1").arg(own);
         }
     }
     if (innermost.isEmpty())
         innermost = QStringLiteral("code without symbols");
     if (own.isEmpty())
-        return QStringLiteral("rank %1 is in %2").arg(r.rank).arg(innermost);
-    return QStringLiteral("rank %1 is in %2, called from %3").arg(r.rank).arg(innermost, own);
+        return QStringLiteral("in %1").arg(innermost);
+    return QStringLiteral("in %1, called from %2").arg(innermost, own);
+}
+
+// "rank 2 called MPI_Abort with error code 3 in main at heat.c:125": the
+// code is the call's second argument, still in its register at the entry.
+QString MpiJob::abortText(Rank& r) {
+    QString code, ignored;
+    // x86-64 passes it in rsi, AArch64 in x1.
+    for (const char* reg : {"$rsi", "$x1"})
+        if (command(*r.session,
+                    QStringLiteral("-data-evaluate-expression \"(int)%1\"").arg(QLatin1String(reg)),
+                    ignored, &code))
+            break;
+    auto reply = r.session->send(QStringLiteral("-stack-list-frames 1 15"));
+    QString from;
+    if (reply->waitProcessingEvents(options_.commandTimeoutMs) && !reply->isError()) {
+        for (const auto& m : reply->record().results["stack"].members()) {
+            const mi::Value& f = m.value;
+            if (f["file"] && QFileInfo::exists(QString::fromStdString(f["fullname"].asString()))) {
+                from = QStringLiteral(" in %1 at %2:%3")
+                           .arg(QString::fromStdString(f["func"].asString()),
+                                QFileInfo(QString::fromStdString(f["file"].asString())).fileName(),
+                                QString::fromStdString(f["line"].asString()));
+                break;
+            }
+        }
+    }
+    return QStringLiteral("rank %1 called MPI_Abort%2%3")
+        .arg(r.rank)
+        .arg(code.isEmpty() ? QString() : QStringLiteral(" with error code ") + code, from);
 }
 
 bool MpiJob::continueAll(int timeoutMs, QString& error) {
@@ -562,6 +610,7 @@ bool MpiJob::resumeAll(const QString& how, int timeoutMs, QString& error) {
                 ignored);
         r.stopReason.clear();
         r.stopSignal.clear();
+        r.aborting = false;
         if (!command(*r.session, how, error)) {
             error = QStringLiteral("Rank %1: %2").arg(r.rank).arg(error);
             return false;
@@ -584,7 +633,23 @@ bool MpiJob::resumeAll(const QString& how, int timeoutMs, QString& error) {
         }
         return true;
     };
-    waitWithEventLoop(settled, timeoutMs);
+    auto anyAborting = [&] {
+        for (const Rank& r : ranks_)
+            if (r.aborting && r.session->isAlive() && r.session->targetState() == State::Stopped)
+                return true;
+        return false;
+    };
+    waitWithEventLoop([&] { return settled() || anyAborting(); }, timeoutMs);
+    const bool aborted = anyAborting();
+    // The others may be about to give up too, or wait for the ranks that
+    // did: a moment for the former, then the latter are stopped where they
+    // are, so that the words can say where.
+    if (aborted && !waitWithEventLoop(settled, 1000)) {
+        for (Rank& r : ranks_)
+            if (r.session->isAlive() && r.session->targetState() == State::Running)
+                r.session->send(QStringLiteral("-exec-interrupt"));
+        waitWithEventLoop(settled, 10000);
+    }
 
     QVector<int> dead, exited, running, signalled;
     for (const Rank& r : ranks_) {
@@ -598,6 +663,27 @@ bool MpiJob::resumeAll(const QString& how, int timeoutMs, QString& error) {
     }
     if (!dead.isEmpty()) {
         error = QStringLiteral("The debugger of %1 has stopped.").arg(rankListWords(dead));
+        return false;
+    }
+    if (aborted) {
+        QStringList what;
+        for (Rank& r : ranks_) {
+            if (!r.session->isAlive())
+                continue;
+            if (r.aborting && r.session->targetState() == State::Stopped)
+                what << abortText(r);
+            else if (exited.contains(r.rank))
+                what << QStringLiteral("rank %1 %2")
+                            .arg(r.rank)
+                            .arg(r.exitText.isEmpty() ? QStringLiteral("exited") : r.exitText);
+            else if (r.stopReason == QLatin1String("signal-received") &&
+                     r.stopSignal == QLatin1String("SIGINT"))
+                what << whereIs(r);
+        }
+        error = QStringLiteral("Not every rank %1: %2.")
+                    .arg(toBreakpoint ? QStringLiteral("reached the breakpoint")
+                                      : QStringLiteral("stopped"),
+                         what.join(QStringLiteral(", ")));
         return false;
     }
     if (!exited.isEmpty() || !signalled.isEmpty()) {

@@ -25,6 +25,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace arraylens::gdb {
@@ -51,6 +52,10 @@ public:
         // and the signal's name, if one stopped it.
         QString stopReason;
         QString stopSignal;
+        // The number of the breakpoint on the library's MPI_Abort in this
+        // rank's gdb, and whether the rank stopped there.
+        std::string abortBreakpoint;
+        bool aborting = false;
     };
 
     // How long a job whose rank ended in error may take to be ended by its
@@ -113,6 +118,9 @@ private:
     bool waitLauncherStop(QString& error);
     void watch(Rank& rank);
     QString whereIs(Rank& rank);
+    QString placeOf(Rank& rank);
+    void catchAbort(Rank& rank);
+    QString abortText(Rank& rank);
     QString abortWords() const;
     bool abortNoticeComplete() const;
     // Waits until the launcher has said why the job ends (or has ended),
