@@ -27,9 +27,12 @@ TEST(MpiFaults, ARankThatAbortsEndsTheWaitWithTheLaunchersWords) {
     EXPECT_FALSE(rig.launch(4, 6));
     EXPECT_TRUE(rig.error.startsWith(QLatin1String("Not every rank reached the breakpoint")))
         << rig.error.toStdString();
+    // What the launcher wrote, for a failure to show.
+    const std::string said = "\nThe launcher wrote:\n" + rig.job->launcherOutput().toStdString();
     EXPECT_TRUE(rig.error.contains(QLatin1String("MPI_ABORT was invoked on rank")))
-        << rig.error.toStdString();
-    EXPECT_TRUE(rig.error.contains(QLatin1String("with errorcode 3"))) << rig.error.toStdString();
+        << rig.error.toStdString() << said;
+    EXPECT_TRUE(rig.error.contains(QLatin1String("with errorcode 3")))
+        << rig.error.toStdString() << said;
     // The rank that aborted leaves with its code, in decimal.
     EXPECT_TRUE(
         rig.error.contains(QRegularExpression(QStringLiteral("rank [23] exited with code 3[,.]"))))
