@@ -148,6 +148,15 @@ QString MpiJob::abortWords() const {
     return m.hasMatch() ? m.captured(0).simplified() : QString();
 }
 
+QString MpiJob::firstLauncherLines() const {
+    return QString::fromLocal8Bit(output_)
+        .trimmed()
+        .split(QLatin1Char('\n'))
+        .mid(0, 12)
+        .join(QLatin1Char('\n'))
+        .trimmed();
+}
+
 bool MpiJob::abortNoticeComplete() const {
     // Both lines, each ended: the terminal may hand them over in pieces.
     static const QRegularExpression re(
@@ -283,12 +292,7 @@ bool MpiJob::waitLauncherStop(QString& error) {
     const auto s = launcher_->targetState();
     if (s == State::Exited || s == State::None) {
         // Its first lines say why (a missing program, too few slots, ...).
-        const QString tail = QString::fromLocal8Bit(output_)
-                                 .trimmed()
-                                 .split(QLatin1Char('\n'))
-                                 .mid(0, 12)
-                                 .join(QLatin1Char('\n'))
-                                 .trimmed();
+        const QString tail = firstLauncherLines();
         error = QStringLiteral("The MPI launcher %1 before the ranks reached the debugger.")
                     .arg(launcherExit_.isEmpty() ? QStringLiteral("exited") : launcherExit_);
         if (!tail.isEmpty())
@@ -712,8 +716,16 @@ bool MpiJob::resumeAll(const QString& how, int timeoutMs, QString& error) {
                                       : QStringLiteral("stopped"),
                          what.join(QStringLiteral(", ")));
         const QString abort = abortWords();
-        if (!abort.isEmpty())
+        if (!abort.isEmpty()) {
             error += QStringLiteral(" The launcher said: ") + abort;
+        } else if (jobEnds) {
+            // Open MPI's launcher now and then loses its own notice (the
+            // aborting rank ends before the notice is whole); the ranks'
+            // own lines on why pass through its output all the same.
+            const QString lines = firstLauncherLines();
+            if (!lines.isEmpty())
+                error += QStringLiteral(" The launcher said:\n") + lines;
+        }
         return false;
     }
     if (!running.isEmpty()) {

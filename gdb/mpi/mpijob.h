@@ -123,6 +123,8 @@ private:
     QString abortText(Rank& rank);
     QString abortWords() const;
     bool abortNoticeComplete() const;
+    // The launcher's first lines of output (the ranks' pass through it).
+    QString firstLauncherLines() const;
     // Waits until the launcher has said why the job ends (or has ended),
     // then reads what its terminal still holds.
     void awaitLauncherWords(bool jobEnds);
