@@ -16,6 +16,7 @@ ObservedDebugger::ObservedDebugger(QSharedPointer<IHVDebugger> inner, QObject* p
 
 QFuture<QSharedPointer<QObject>> ObservedDebugger::sendRequest(HVDWPRequest request) {
     ++requests_;
+    ++open_;
     const QString id =
         request.propertyBag ? request.propertyBag->property("id").toString() : QString();
     QFuture<QSharedPointer<QObject>> future = inner_->sendRequest(request);
@@ -29,8 +30,10 @@ QFuture<QSharedPointer<QObject>> ObservedDebugger::sendRequest(HVDWPRequest requ
                                                 : QSharedPointer<QObject>();
         watcher->deleteLater();
         QTimer::singleShot(0, self, [self, id, bag] {
-            if (self)
-                emit self->answered(id, bag);
+            if (!self)
+                return;
+            --self->open_;
+            emit self->answered(id, bag);
         });
     });
     watcher->setFuture(future);

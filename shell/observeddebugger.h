@@ -21,6 +21,8 @@ public:
 
     IHVDebugger* inner() const { return inner_.data(); }
     int requestCount() const { return requests_; }
+    // Requests sent whose answered() has not been emitted yet.
+    int openRequests() const { return open_; }
 
 signals:
     // A debugger event, before any plug-in hears it: the host sets its focus
@@ -34,6 +36,7 @@ signals:
 private:
     QSharedPointer<IHVDebugger> inner_;
     int requests_ = 0;
+    int open_ = 0;
 };
 
 } // namespace shell

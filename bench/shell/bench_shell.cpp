@@ -12,14 +12,13 @@
 #include "gdbexpression.h"
 #include "gdbsession.h"
 #include "shell/debuggerwindow.h"
+#include "tests/support/examples.h"
 #include "wire/arrayrecords.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QFutureWatcher>
 #include <QTableWidget>
-#include <QTextStream>
 
 #include <algorithm>
 #include <cstdio>
@@ -32,19 +31,6 @@ constexpr double kTargetMs = 150.0;
 
 template <class Pred> bool waitFor(Pred done, int timeoutMs = kTimeoutMs) {
     return arraylens::gdb::waitWithEventLoop(done, timeoutMs);
-}
-
-QString breakLocation(const QString& key) {
-    QFile f(QStringLiteral(ARRAYLENS_BREAK_LOCATIONS));
-    if (!f.open(QIODevice::ReadOnly))
-        return QString();
-    QTextStream in(&f);
-    while (!in.atEnd()) {
-        const QString line = in.readLine();
-        if (line.startsWith(key + QLatin1Char('=')))
-            return line.mid(key.size() + 1);
-    }
-    return QString();
 }
 
 double median(std::vector<double> v) {
@@ -78,7 +64,7 @@ int main(int argc, char** argv) {
     options.pluginPath = QStringLiteral(ARRAYLENS_MODULE_PATH);
     options.program = QStringLiteral(ARRAYLENS_EXAMPLES_BIN "/example_arrays_c");
     options.programArgs = QStringList{QStringLiteral("/dev/null")};
-    options.breaks = QStringList{breakLocation(QStringLiteral("arrays_c.main"))};
+    options.breaks = QStringList{examples::breakLocation(QStringLiteral("arrays_c.main"))};
     shell::DebuggerWindow window(options);
     window.resize(1400, 900);
     window.show();

@@ -103,9 +103,15 @@ public:
         return ok;
     }
 
-    // Waits for one more answer to a display's request of that kind.
+    // Waits for one more answer to a display's request of that kind, and
+    // for the answers to every other request on the way: a display may ask
+    // twice, and an answer still to come would change what is on show (a
+    // request that straddles a later Continue is answered stale and empties
+    // the statistics).
     bool waitForAnswer(const QString& requestId, int already) {
-        return waitFor([&] { return answers.count(requestId) > already; });
+        return waitFor([&] {
+            return answers.count(requestId) > already && window->debugger()->openRequests() == 0;
+        });
     }
     int answerCount(const QString& requestId) const { return answers.count(requestId); }
 
