@@ -4,20 +4,6 @@
 
 namespace arraylens::gdb {
 
-namespace {
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-} // namespace
-
 GdbMemoryReader::GdbMemoryReader(GdbSession& session, int timeoutMs)
     : session_(session), timeoutMs_(timeoutMs) {}
 
@@ -48,7 +34,8 @@ arraylens::Status GdbMemoryReader::read(std::uint64_t address, void* dest, std::
             const std::size_t offset = std::size_t(at - address);
             const std::size_t bytes = std::min(contents.size() / 2, n - offset);
             for (std::size_t i = 0; i < bytes; ++i) {
-                const int hi = hexValue(contents[2 * i]), lo = hexValue(contents[2 * i + 1]);
+                const int hi = mi::hexDigit(contents[2 * i]),
+                          lo = mi::hexDigit(contents[2 * i + 1]);
                 if (hi < 0 || lo < 0)
                     return arraylens::unreadableAt(at + i);
                 out[offset + i] = static_cast<unsigned char>(hi * 16 + lo);

@@ -23,16 +23,6 @@ bool isOctal(char c) {
     return c >= '0' && c <= '7';
 }
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 // Bytes that may appear in a result name or a record class.
 bool isNameByte(char c) {
     const auto u = static_cast<unsigned char>(c);
@@ -685,6 +675,16 @@ std::string quoteCString(std::string_view text) {
     out.reserve(text.size() + 2);
     appendQuoted(out, text);
     return out;
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
 }
 
 const char* toString(RecordKind kind) {

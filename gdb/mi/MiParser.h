@@ -195,6 +195,9 @@ std::optional<std::string> parseCString(std::string_view literal);
 // which gdb refuses: the command fails instead of being cut short.
 std::string quoteCString(std::string_view text);
 
+// The value of one hexadecimal digit, either case; -1 for any other byte.
+int hexDigit(char c);
+
 const char* toString(RecordKind kind);
 
 } // namespace arraylens::mi
