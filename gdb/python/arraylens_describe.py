@@ -415,6 +415,13 @@ def operand_of(text):
     return text if SIMPLE_OPERAND.match(text.strip()) else "(" + text + ")"
 
 
+def refusal_text(words, text):
+    """A container's refusal with its expression in place of {expr}: as it
+    stands where it is named, and as an operand where the words go on to
+    index it or name a member (`(*pv)[0]`, not `*pv[0]`)."""
+    return re.sub(r"\{expr\}(?=[\[.])", lambda _: operand_of(text), words).replace("{expr}", text)
+
+
 def pointer_hint(text, type_):
     """What to type to see the memory a pointer points to."""
     target = type_.target()
@@ -465,7 +472,7 @@ def describe_text(text, layout):
         try:
             container = arraylens_containers.container_layout(value)
         except arraylens_containers.Refused as refused:
-            facts["refusal"] = str(refused).replace("{expr}", text)
+            facts["refusal"] = refusal_text(str(refused), text)
             return facts
         if container is not None:
             element = container["element_type"]

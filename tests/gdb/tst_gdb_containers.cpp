@@ -308,6 +308,10 @@ TEST_F(GdbContainers, WhatIsNoArrayOfNumbersIsRefusedWithWhatToShowAndEmptyIsEmp
                 "numbers: print one of them, for example dft.m_storage.m_data[0]."},
         {"roots", "roots is a arma::Mat of std::complex<double>, which are structures, not "
                   "numbers: print one of them, for example roots.mem[0]."},
+        // An expression that is no plain name is indexed as an operand:
+        // `*&particles[0]` would index before it dereferences.
+        {"*&particles", "*&particles is a std::vector of Particle, which are structures, not "
+                        "numbers: print a member of one of them, for example (*&particles)[0].x."},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.expression);
